@@ -1,0 +1,76 @@
+#pragma once
+// ZTNotificationCenter: broadcasts named notifications to the observers that asked for them.
+//
+// An observer registers for a name (empty = every name) and a sender object (nullptr = any sender).
+// Posting is synchronous: observers registered without a queue are called on the posting thread,
+// in registration order, before post() returns; observers registered with a dispatch queue get the
+// notification queued there (post() does not wait for them).
+//
+// Thread-safe. Observers may be added and removed from any thread, also from inside a callback.
+// Once removeObserver() has returned, the observer is not called again by later posts; a delivery
+// already queued on a dispatch queue is skipped if the observer was removed before it runs.
+//
+// Sender objects are compared by address only; the notification keeps the sender alive while it is
+// delivered when it is given as a std::shared_ptr.
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "zentrel/platform/value.h"
+
+class ZTDispatchQueue;
+
+struct ZTNotification {
+  std::string name;
+  std::shared_ptr<const void> object;  // the sender, or null
+  ZTValue userInfo;                     // a dictionary, or null
+
+  ZTNotification() = default;
+  ZTNotification(std::string n, std::shared_ptr<const void> o = {}, ZTValue info = {})
+      : name(std::move(n)), object(std::move(o)), userInfo(std::move(info)) {}
+};
+
+// What addObserver() returns: the registration. Keep it to remove the observer; dropping it does
+// not remove it (the centre holds the registration until it is removed).
+class ZTNotificationObserver {
+ public:
+  virtual ~ZTNotificationObserver() = default;
+  virtual const std::string& name() const = 0;
+};
+
+class ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationCenter> {
+ public:
+  using Callback = std::function<void(const ZTNotification&)>;
+
+  static std::shared_ptr<ZTNotificationCenter> create();
+  static std::shared_ptr<ZTNotificationCenter> defaultCenter();
+
+  // Registers a callable observer; with a queue the callback runs there, else on the poster's
+  // thread. An empty callback registers nothing and returns nullptr.
+  std::shared_ptr<ZTNotificationObserver> addObserver(std::string name, const void* object,
+                                                      std::shared_ptr<ZTDispatchQueue> queue, Callback callback);
+  // Registers a callback on behalf of an owner (any address that identifies it), to be removed
+  // together with the owner's other registrations by removeObserver(owner, ...).
+  void addObserver(const void* owner, std::string name, const void* object, Callback callback);
+
+  void removeObserver(const std::shared_ptr<ZTNotificationObserver>& observer);
+  // Removes the owner's registrations matching name (empty = any) and object (nullptr = any).
+  void removeObserver(const void* owner, const std::string& name = {}, const void* object = nullptr);
+
+  void postNotification(const ZTNotification& notification);
+  void postNotificationName(std::string name, std::shared_ptr<const void> object = {}, ZTValue userInfo = {});
+
+  // Number of registrations (for diagnostics and tests).
+  std::size_t observerCount() const;
+
+  struct Registration;
+
+ private:
+  ZTNotificationCenter() = default;
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<Registration>> registrations_;  // guarded by mutex_
+};

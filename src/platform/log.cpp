@@ -1,0 +1,80 @@
+#include "zentrel/platform/log.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace {
+struct SinkHolder {
+  std::mutex mutex;
+  std::shared_ptr<const ZTLogSink> sink;  // guarded by mutex; null = standard error
+};
+
+SinkHolder& holder() {
+  static auto* h = new SinkHolder;  // never destroyed: threads may log during exit
+  return *h;
+}
+
+void writeToStandardError(std::string_view message) {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto millis =
+      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char stamp[64];
+  std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
+  std::string line;
+  line.reserve(message.size() + 96);
+  line += stamp;
+  char rest[96];
+  std::snprintf(rest, sizeof rest, ".%03d %s[%d:%ld] ", static_cast<int>(millis), program_invocation_short_name,
+                static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)));
+  line += rest;
+  line += message;
+  line += '\n';
+  // One write() per line, so that lines from several threads never interleave.
+  std::size_t written = 0;
+  while (written < line.size()) {
+    const ssize_t n = ::write(STDERR_FILENO, line.data() + written, line.size() - written);
+    if (n <= 0) break;
+    written += static_cast<std::size_t>(n);
+  }
+}
+}  // namespace
+
+void ZTLog(std::string_view message) {
+  std::shared_ptr<const ZTLogSink> sink;
+  {
+    std::lock_guard lock(holder().mutex);
+    sink = holder().sink;
+  }
+  if (sink) (*sink)(message);
+  else writeToStandardError(message);
+}
+
+void ZTLogf(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  va_list copy;
+  va_copy(copy, args);
+  const int length = std::vsnprintf(nullptr, 0, format, copy);
+  va_end(copy);
+  std::string message(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+  if (length > 0) std::vsnprintf(message.data(), message.size() + 1, format, args);
+  va_end(args);
+  ZTLog(message);
+}
+
+void ZTSetLogSink(ZTLogSink sink) {
+  auto next = sink ? std::make_shared<const ZTLogSink>(std::move(sink)) : nullptr;
+  std::lock_guard lock(holder().mutex);
+  holder().sink = std::move(next);
+}
