@@ -28,7 +28,7 @@ std::shared_ptr<ZTNotificationCenter> ZTNotificationCenter::defaultCenter() {
   return *center;
 }
 
-std::shared_ptr<ZTNotificationObserver> ZTNotificationCenter::addObserver(std::string name, const void* object,
+std::shared_ptr<ZTNotificationObserver> ZTNotificationCenter::addObserverForName(std::string name, const void* object,
                                                                           std::shared_ptr<ZTDispatchQueue> queue,
                                                                           Callback callback) {
   if (!callback) return nullptr;

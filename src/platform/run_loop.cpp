@@ -40,6 +40,7 @@ struct ZTRunLoop::Impl {
   std::atomic<bool> closed{false};
   std::atomic<int> posting{0};       // posts between their closed check and the hand-over to asio
   std::atomic<long> ownerThread{0};  // kernel id of the thread that runs the loop; 0 = not yet bound
+  std::atomic<bool> stopRequested{false};  // stop() was called and no turn has ended because of it yet
   std::optional<WorkGuard> permanentGuard;  // the main loop always has a source
 
   std::mutex sourcesMutex;
@@ -47,6 +48,19 @@ struct ZTRunLoop::Impl {
   std::vector<std::weak_ptr<FileDescriptorSourceImpl>> descriptors;  // guarded by sourcesMutex
 
   bool isOwner() const { return ownerThread.load(std::memory_order_relaxed) == currentSystemThreadId(); }
+  // Before a turn: asio also stops a context that ran out of work, which must not keep the next
+  // turn from running what was posted since. Returns false when a requested stop ends this turn.
+  bool prepareTurn() {
+    if (!context.stopped()) return true;
+    context.restart();
+    return !stopRequested.exchange(false);
+  }
+  void endTurn() {
+    if (context.stopped()) {
+      context.restart();
+      stopRequested = false;
+    }
+  }
   void cancelSources();
   void drain();
 };
@@ -326,30 +340,31 @@ bool ZTRunLoop::runOnce(Clock::time_point deadline) {
     if (impl.isOwner()) impl.drain();
     return false;
   }
+  if (!impl.prepareTurn()) return false;
   const std::size_t handled = impl.context.run_one_until(deadline);
   if (impl.closed.load()) {
     impl.drain();
     return false;
   }
   if (impl.context.stopped()) {
-    impl.context.restart();
-    return handled > 0;
+    impl.endTurn();
+    return handled > 0;  // stopped, or nothing left to run
   }
   return true;
 }
 
 void ZTRunLoop::run() {
   Impl& impl = *impl_;
-  if (!impl.closed.load()) impl.context.run();
+  if (!impl.closed.load() && impl.prepareTurn()) impl.context.run();
   if (impl.closed.load()) impl.drain();
-  else impl.context.restart();
+  else impl.endTurn();
 }
 
 void ZTRunLoop::runUntil(Clock::time_point deadline) {
   Impl& impl = *impl_;
-  if (!impl.closed.load()) impl.context.run_until(deadline);
+  if (!impl.closed.load() && impl.prepareTurn()) impl.context.run_until(deadline);
   if (impl.closed.load()) impl.drain();
-  else if (impl.context.stopped()) impl.context.restart();
+  else impl.endTurn();
 }
 
 void ZTRunLoop::runWithCondition(const std::function<bool()>& condition, Seconds timeout) {
@@ -366,7 +381,10 @@ void ZTRunLoop::runWithCondition(const std::function<bool()>& condition) {
   runWithCondition(condition, Seconds(std::chrono::hours(24 * 365 * 100)));
 }
 
-void ZTRunLoop::stop() { impl_->context.stop(); }
+void ZTRunLoop::stop() {
+  impl_->stopRequested = true;
+  impl_->context.stop();
+}
 
 void ZTRunLoop::close() {
   Impl& impl = *impl_;

@@ -34,7 +34,7 @@ struct ZTNotification {
       : name(std::move(n)), object(std::move(o)), userInfo(std::move(info)) {}
 };
 
-// What addObserver() returns: the registration. Keep it to remove the observer; dropping it does
+// What addObserverForName() returns: the registration. Keep it to remove the observer; dropping it does
 // not remove it (the centre holds the registration until it is removed).
 class ZTNotificationObserver {
  public:
@@ -49,9 +49,9 @@ class ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationC
   static std::shared_ptr<ZTNotificationCenter> create();
   static std::shared_ptr<ZTNotificationCenter> defaultCenter();
 
-  // Registers a callable observer; with a queue the callback runs there, else on the poster's
+  // Registers a callable observer for a name and sender; with a queue the callback runs there, else on the poster's
   // thread. An empty callback registers nothing and returns nullptr.
-  std::shared_ptr<ZTNotificationObserver> addObserver(std::string name, const void* object,
+  std::shared_ptr<ZTNotificationObserver> addObserverForName(std::string name, const void* object,
                                                       std::shared_ptr<ZTDispatchQueue> queue, Callback callback);
   // Registers a callback on behalf of an owner (any address that identifies it), to be removed
   // together with the owner's other registrations by removeObserver(owner, ...).

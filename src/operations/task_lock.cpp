@@ -1,0 +1,32 @@
+#include "zentrel/operations/task_lock.h"
+
+std::shared_ptr<ZTTaskLock> ZTTaskLock::taskLockWithBlock(std::function<void()> block) {
+  auto lock = std::shared_ptr<ZTTaskLock>(new ZTTaskLock());
+  lock->block_ = std::move(block);
+  return lock;
+}
+
+std::function<void()> ZTTaskLock::getLock() {
+  std::lock_guard guard(monitor_);
+  lockCounter_.fetch_add(1);
+  return [self = shared_from_this()] { self->executeBlock(); };
+}
+
+void ZTTaskLock::executeBlock() {
+  std::lock_guard guard(monitor_);
+  if (lockCounter_.fetch_sub(1) - 1 != 0) return;
+  if (block_) {
+    block_();
+    block_ = nullptr;
+  }
+}
+
+bool ZTTaskLock::hasBlock() const {
+  std::lock_guard guard(monitor_);
+  return static_cast<bool>(block_);
+}
+
+void ZTTaskLock::setBlock(std::function<void()> block) {
+  std::lock_guard guard(monitor_);
+  block_ = std::move(block);
+}
