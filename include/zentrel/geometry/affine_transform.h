@@ -1,0 +1,47 @@
+#pragma once
+// ZTAffineTransform: a 2-D affine map (a, b, c, d, tx, ty) that sends (x, y) to
+//   (a*x + c*y + tx, b*x + d*y + ty).
+//
+// Composition follows one rule throughout: ZTAffineTransformConcat(t1, t2) applies t1 first, then
+// t2. The "modify" forms (Translate, Scale, Rotate) prepend their step: ZTAffineTransformRotate(t,
+// angle) rotates points first and then applies t, so building "translate to c, rotate, translate
+// back" with three successive calls rotates about c. Angles are in radians, counter-clockwise in
+// a y-up frame (clockwise on a y-down screen).
+//
+// Pure functions, callable from any thread.
+
+#include "zentrel/geometry/rect.h"
+
+struct ZTAffineTransform {
+  double a = 1, b = 0, c = 0, d = 1, tx = 0, ty = 0;
+  friend constexpr bool operator==(const ZTAffineTransform&, const ZTAffineTransform&) = default;
+};
+
+inline constexpr ZTAffineTransform ZTAffineTransformIdentity{1, 0, 0, 1, 0, 0};
+
+constexpr ZTAffineTransform ZTAffineTransformMake(double a, double b, double c, double d, double tx,
+                                                  double ty) {
+  return {a, b, c, d, tx, ty};
+}
+ZTAffineTransform ZTAffineTransformMakeTranslation(double tx, double ty);
+ZTAffineTransform ZTAffineTransformMakeScale(double sx, double sy);
+ZTAffineTransform ZTAffineTransformMakeRotation(double radians);
+
+bool ZTAffineTransformIsIdentity(ZTAffineTransform t);
+bool ZTAffineTransformEqualToTransform(ZTAffineTransform t1, ZTAffineTransform t2);
+
+// t1 first, then t2.
+ZTAffineTransform ZTAffineTransformConcat(ZTAffineTransform t1, ZTAffineTransform t2);
+// The step first, then t.
+ZTAffineTransform ZTAffineTransformTranslate(ZTAffineTransform t, double tx, double ty);
+ZTAffineTransform ZTAffineTransformScale(ZTAffineTransform t, double sx, double sy);
+ZTAffineTransform ZTAffineTransformRotate(ZTAffineTransform t, double radians);
+// The inverse map. A singular transform (a*d - b*c == 0) has none and is returned unchanged;
+// test with ZTAffineTransformIsSingular first when that matters.
+ZTAffineTransform ZTAffineTransformInvert(ZTAffineTransform t);
+
+ZTPoint ZTPointApplyAffineTransform(ZTPoint point, ZTAffineTransform t);
+// Applies only the linear part (a vector has no position).
+ZTSize ZTSizeApplyAffineTransform(ZTSize size, ZTAffineTransform t);
+// The bounding box of the four transformed corners. Null and infinite rects come back unchanged.
+ZTRect ZTRectApplyAffineTransform(ZTRect rect, ZTAffineTransform t);
