@@ -1,0 +1,377 @@
+#pragma once
+// The library's own small format engine: printf-like formatting that also knows geometry values,
+// ranges, class names and objects, checked against the types of the arguments actually passed.
+//
+//   zt::copyZentrelStringWithFormat("%point at %d%%", point, 7)  ->  "(1.000000, 2.000000) at 7%"
+//
+// The format is split at every "%". The text before the first "%" is copied. Each later piece is
+// matched by prefix, in this order, and the first match consumes one argument, appends its text
+// and then the rest of the piece:
+//
+//   %point  a point (x, y)                  "(%f, %f)"
+//   %size   a size (width, height)          "%fx%f"
+//   %rect   a rectangle                      "[(%f, %f) %fx%f]"   (origin x, y, width, height)
+//   %frame  a rectangle                      the same
+//   %range  a range (location, length)      "[%lu +%lu]"
+//   %class  any value                        its class (type) name
+//   %@      any value                        its description
+//   %d      an integer                       decimal
+//   %u      an integer                       decimal, unsigned (a negative value wraps at the
+//                                            width of its own type, as C does)
+//   %lld    an integer                       decimal
+//   %f      a number                         "%f"
+//   %p      a pointer                        "0x" and lower-case hex; a null pointer is "0x0"
+//   %s      a C string or string             the text; a null C string is "(null)"
+//   %c      a character or integer           the character, as UTF-8
+//
+// So "%frame" wins over "%f", "%class" over "%c", "%size" over "%s", and "%ld" or "%lu" are not
+// table conversions. "%%" gives "%", except at the very end of the format, where a lone "%" prints
+// nothing; the piece after "%%" is still matched, so "%%d" gives "%" and a formatted integer. A
+// piece that matches no prefix is one printf conversion with its flags, width and precision
+// ("%5.2f", "%-8s", "%08x", "%ld", "%*d"): it consumes the arguments it names (one per "*" plus
+// one for the value) and its whole text is replaced by the result. A piece that is no printf
+// conversion at all ("%!") is copied as it stands, "%" included, and consumes nothing.
+//
+// What counts as a point, size, rectangle or range: any type with public members x and y (point);
+// width and height (size); origin and size, or x, y, width and height (rectangle); location and
+// length (range). The library's geometry types and plain structs of the caller both qualify.
+// Descriptions (%@): strings as they are, numbers as their shortest decimal text, ZTValue and any
+// type with a description() member or an operator<< by those; other types as "<Type: 0x...>";
+// null pointers as "(null)". Pointers and shared_ptrs are followed to the object they point to.
+//
+// Bad input: an argument of the wrong kind, too few arguments, arguments left over, "%n" and
+// positional conversions ("%1$d") throw ZTFormatException, whose message names the format, the
+// conversion and the argument. Nothing is ever read past the arguments given.
+//
+// Stateless; may be called from any thread. The result belongs to the caller (hence "copy").
+
+#include <concepts>
+#include <cstdint>
+#include <initializer_list>
+#include <limits>
+#include <memory>
+#include <ostream>
+#include <span>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+#include "zentrel/platform/debug_name.h"
+#include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/value.h"
+
+// A format and its arguments did not agree. A programming error: the message says what was wrong.
+class ZTFormatException : public ZTInternalInconsistencyException {
+ public:
+  using ZTInternalInconsistencyException::ZTInternalInconsistencyException;
+};
+
+namespace zt::format_detail {
+
+template <class T>
+concept PointLike = requires(const T& v) {
+  { v.x } -> std::convertible_to<double>;
+  { v.y } -> std::convertible_to<double>;
+} && !requires(const T& v) { v.width; };
+
+template <class T>
+concept SizeLike = requires(const T& v) {
+  { v.width } -> std::convertible_to<double>;
+  { v.height } -> std::convertible_to<double>;
+} && !requires(const T& v) { v.x; };
+
+template <class T>
+concept RectLike = requires(const T& v) {
+  requires PointLike<std::remove_cvref_t<decltype(v.origin)>>;
+  requires SizeLike<std::remove_cvref_t<decltype(v.size)>>;
+} || requires(const T& v) {
+  { v.x } -> std::convertible_to<double>;
+  { v.y } -> std::convertible_to<double>;
+  { v.width } -> std::convertible_to<double>;
+  { v.height } -> std::convertible_to<double>;
+};
+
+template <class T>
+concept RangeLike = requires(const T& v) {
+  { v.location } -> std::convertible_to<std::uint64_t>;
+  { v.length } -> std::convertible_to<std::uint64_t>;
+};
+
+template <class T>
+concept CharacterType = std::same_as<T, char> || std::same_as<T, signed char> || std::same_as<T, unsigned char> ||
+                        std::same_as<T, char8_t> || std::same_as<T, char16_t> || std::same_as<T, char32_t> ||
+                        std::same_as<T, wchar_t>;
+
+template <class T>
+concept TextLike = std::convertible_to<const T&, std::string_view> || std::same_as<std::decay_t<T>, char*> ||
+                   std::same_as<std::decay_t<T>, const char*>;
+
+template <class T>
+concept HasDescription = requires(const T& v) {
+  { v.description() } -> std::convertible_to<std::string>;
+};
+
+template <class T>
+concept Streamable = requires(std::ostream& os, const T& v) { os << v; };
+
+template <class T>
+struct SmartPointer : std::false_type {};
+template <class U>
+struct SmartPointer<std::shared_ptr<U>> : std::true_type {
+  using element = U;
+};
+template <class U, class D>
+struct SmartPointer<std::unique_ptr<U, D>> : std::true_type {
+  using element = U;
+};
+
+enum class Want { Point, Size, Rect, Range, Signed, Unsigned, Double, Text, Pointer, Character, Object, ClassName };
+
+// What a conversion reads from an argument.
+struct Extracted {
+  double d[4] = {0, 0, 0, 0};
+  long long i = 0;
+  unsigned long long u = 0;
+  unsigned long long u2 = 0;
+  bool isUnsignedValue = false;  // for Signed: the value did not fit in long long and is in u
+  std::string_view text;
+  std::string owned;  // Object and ClassName results, and texts that had to be built
+  bool useOwned = false;
+  const void* pointer = nullptr;
+  char32_t character = 0;
+};
+
+std::string describePointer(std::string_view typeName, const void* address);
+std::string shortestNumber(double value);
+std::string integerText(long long value);
+std::string unsignedText(unsigned long long value);
+
+template <class T>
+std::string typeName() {
+  using U = std::remove_cv_t<T>;
+  if constexpr (std::is_same_v<U, std::string>) return "std::string";
+  else if constexpr (std::is_same_v<U, std::string_view>) return "std::string_view";
+  else if constexpr (std::is_array_v<U> || std::is_same_v<U, const char*> || std::is_same_v<U, char*>)
+    return "const char*";
+  else return ZTDemangledTypeName(typeid(U));
+}
+
+template <class T>
+std::string describe(const T& v);
+
+template <class T>
+std::string describeTarget(const T* p) {
+  if (!p) return "(null)";
+  if constexpr (std::is_void_v<T> || std::is_function_v<T>) return describePointer("void", p);
+  else return describe(*p);
+}
+
+template <class T>
+std::string describe(const T& v) {
+  using U = std::remove_cv_t<T>;
+  if constexpr (std::is_array_v<U>) return std::string(static_cast<const char*>(v));
+  else if constexpr (std::is_same_v<U, std::nullptr_t>) return "(null)";
+  else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) return v ? std::string(v) : "(null)";
+  else if constexpr (std::is_convertible_v<const U&, std::string_view>) return std::string(std::string_view(v));
+  else if constexpr (std::is_same_v<U, bool>) return v ? "1" : "0";
+  else if constexpr (CharacterType<U>) return integerText(static_cast<long long>(v));
+  else if constexpr (std::is_integral_v<U> && std::is_signed_v<U>) return integerText(v);
+  else if constexpr (std::is_integral_v<U>) return unsignedText(v);
+  else if constexpr (std::is_floating_point_v<U>) return shortestNumber(static_cast<double>(v));
+  else if constexpr (std::is_same_v<U, ZTValue>) return v.isString() ? *v.template getIf<std::string>() : v.description();
+  else if constexpr (std::is_pointer_v<U>) return describeTarget(v);
+  else if constexpr (SmartPointer<U>::value) return describeTarget(v.get());
+  else if constexpr (HasDescription<U>) return std::string(v.description());
+  else if constexpr (Streamable<U>) {
+    std::ostringstream stream;
+    stream << v;
+    return stream.str();
+  } else if constexpr (std::is_polymorphic_v<U>) return describePointer(ZTDemangledTypeName(typeid(v)), &v);
+  else return describePointer(typeName<U>(), &v);
+}
+
+template <class T>
+std::string className(const T& v) {
+  using U = std::remove_cv_t<T>;
+  if constexpr (std::is_same_v<U, std::nullptr_t>) return "(null)";
+  else if constexpr (std::is_pointer_v<U> && !std::is_same_v<U, const char*> && !std::is_same_v<U, char*> &&
+                     !std::is_void_v<std::remove_pointer_t<U>> && !std::is_function_v<std::remove_pointer_t<U>>) {
+    return v ? ZTDebugClassNameForObject(v) : "(null)";
+  } else if constexpr (SmartPointer<U>::value) {
+    return v ? ZTDebugClassNameForObject(v.get()) : "(null)";
+  } else if constexpr (std::is_polymorphic_v<U>) return ZTDemangledTypeName(typeid(v));
+  else return typeName<U>();
+}
+
+template <class T>
+bool extract(const void* value, Want want, Extracted& out) {
+  using U = std::remove_cv_t<T>;
+  const U& v = *static_cast<const U*>(value);
+  switch (want) {
+    case Want::Point:
+      if constexpr (PointLike<U>) {
+        out.d[0] = static_cast<double>(v.x);
+        out.d[1] = static_cast<double>(v.y);
+        return true;
+      }
+      return false;
+    case Want::Size:
+      if constexpr (SizeLike<U>) {
+        out.d[0] = static_cast<double>(v.width);
+        out.d[1] = static_cast<double>(v.height);
+        return true;
+      }
+      return false;
+    case Want::Rect:
+      if constexpr (requires { v.origin.x; v.size.width; }) {
+        out.d[0] = static_cast<double>(v.origin.x);
+        out.d[1] = static_cast<double>(v.origin.y);
+        out.d[2] = static_cast<double>(v.size.width);
+        out.d[3] = static_cast<double>(v.size.height);
+        return true;
+      } else if constexpr (RectLike<U>) {
+        out.d[0] = static_cast<double>(v.x);
+        out.d[1] = static_cast<double>(v.y);
+        out.d[2] = static_cast<double>(v.width);
+        out.d[3] = static_cast<double>(v.height);
+        return true;
+      }
+      return false;
+    case Want::Range:
+      if constexpr (RangeLike<U>) {
+        out.u = static_cast<std::uint64_t>(v.location);
+        out.u2 = static_cast<std::uint64_t>(v.length);
+        return true;
+      }
+      return false;
+    case Want::Signed:
+      if constexpr (std::is_integral_v<U>) {
+        if constexpr (std::is_unsigned_v<U> && sizeof(U) >= sizeof(long long)) {
+          if (v > static_cast<U>(std::numeric_limits<long long>::max())) {
+            out.u = v;
+            out.isUnsignedValue = true;
+            return true;
+          }
+        }
+        out.i = static_cast<long long>(v);
+        return true;
+      } else if constexpr (std::is_enum_v<U>) {
+        out.i = static_cast<long long>(v);
+        return true;
+      }
+      return false;
+    case Want::Unsigned:
+      if constexpr (std::is_integral_v<U>) {
+        out.u = static_cast<unsigned long long>(static_cast<std::make_unsigned_t<U>>(v));
+        return true;
+      } else if constexpr (std::is_enum_v<U>) {
+        out.u = static_cast<unsigned long long>(
+            static_cast<std::make_unsigned_t<std::underlying_type_t<U>>>(static_cast<std::underlying_type_t<U>>(v)));
+        return true;
+      }
+      return false;
+    case Want::Double:
+      if constexpr (std::is_arithmetic_v<U> && !std::is_same_v<U, bool>) {
+        out.d[0] = static_cast<double>(v);
+        return true;
+      }
+      return false;
+    case Want::Text:
+      if constexpr (std::is_array_v<U>) {
+        out.text = static_cast<const char*>(v);
+        return true;
+      } else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) {
+        out.text = v ? std::string_view(v) : std::string_view("(null)");
+        return true;
+      } else if constexpr (std::is_same_v<U, std::nullptr_t>) {
+        out.text = "(null)";
+        return true;
+      } else if constexpr (std::is_convertible_v<const U&, std::string_view>) {
+        out.text = std::string_view(v);
+        return true;
+      }
+      return false;
+    case Want::Pointer:
+      if constexpr (std::is_pointer_v<U>) {
+        out.pointer = reinterpret_cast<const void*>(v);
+        return true;
+      } else if constexpr (std::is_array_v<U>) {
+        out.pointer = static_cast<const void*>(v);
+        return true;
+      } else if constexpr (std::is_same_v<U, std::nullptr_t>) {
+        out.pointer = nullptr;
+        return true;
+      } else if constexpr (SmartPointer<U>::value) {
+        out.pointer = static_cast<const void*>(v.get());
+        return true;
+      }
+      return false;
+    case Want::Character:
+      if constexpr (std::is_integral_v<U> && !std::is_same_v<U, bool>) {
+        if constexpr (std::is_same_v<U, char> || std::is_same_v<U, signed char>) {
+          out.character = static_cast<unsigned char>(v);
+        } else if constexpr (std::is_signed_v<U>) {
+          out.character = v < 0 || static_cast<unsigned long long>(v) > 0x10FFFF ? U'\uFFFD' : static_cast<char32_t>(v);
+        } else {
+          out.character = static_cast<unsigned long long>(v) > 0x10FFFF ? U'\uFFFD' : static_cast<char32_t>(v);
+        }
+        return true;
+      }
+      return false;
+    case Want::Object:
+      out.owned = describe(v);
+      out.useOwned = true;
+      return true;
+    case Want::ClassName:
+      out.owned = className(v);
+      out.useOwned = true;
+      return true;
+  }
+  return false;
+}
+
+}  // namespace zt::format_detail
+
+// One argument of the format engine: a reference to the caller's value and the knowledge of what
+// its type can be formatted as. It refers to the value, so it must not outlive it; it is meant to
+// be built in the call that formats.
+class ZTFormatArgument {
+ public:
+  template <class T>
+  ZTFormatArgument(const T& value)  // NOLINT: implicit on purpose, for brace lists of arguments
+      : value_(static_cast<const void*>(std::addressof(value))),
+        extract_(&zt::format_detail::extract<T>),
+        typeName_(&zt::format_detail::typeName<T>) {}
+
+  bool extract(zt::format_detail::Want want, zt::format_detail::Extracted& out) const {
+    return extract_(value_, want, out);
+  }
+  std::string typeName() const { return typeName_(); }
+
+ private:
+  const void* value_;
+  bool (*extract_)(const void*, zt::format_detail::Want, zt::format_detail::Extracted&);
+  std::string (*typeName_)();
+};
+
+namespace zt {
+
+// The engine over an argument list built by the caller (the counterpart of a va_list).
+std::string copyZentrelStringWithFormatArguments(std::string_view format, std::span<const ZTFormatArgument> arguments);
+inline std::string copyZentrelStringWithFormatArguments(std::string_view format,
+                                                        std::initializer_list<ZTFormatArgument> arguments) {
+  return copyZentrelStringWithFormatArguments(format, std::span<const ZTFormatArgument>(arguments.begin(), arguments.size()));
+}
+
+template <class... Args>
+std::string copyZentrelStringWithFormat(std::string_view format, const Args&... arguments) {
+  if constexpr (sizeof...(Args) == 0) {
+    return copyZentrelStringWithFormatArguments(format, std::span<const ZTFormatArgument>());
+  } else {
+    const ZTFormatArgument list[] = {ZTFormatArgument(arguments)...};
+    return copyZentrelStringWithFormatArguments(format, std::span<const ZTFormatArgument>(list, sizeof...(Args)));
+  }
+}
+
+}  // namespace zt

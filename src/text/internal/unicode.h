@@ -1,0 +1,35 @@
+#pragma once
+// Conversions between the UTF-8 text of the interface and ICU's UTF-16 strings.
+
+#include <string>
+#include <string_view>
+
+#include <unicode/unistr.h>
+
+namespace zt::internal {
+
+// Invalid UTF-8 sequences become U+FFFD.
+inline icu::UnicodeString toUnicode(std::string_view text) {
+  return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+}
+
+inline std::string toUTF8(const icu::UnicodeString& text) {
+  std::string out;
+  text.toUTF8String(out);
+  return out;
+}
+
+// Number of UTF-16 code units of a UTF-8 text; invalid sequences count as one U+FFFD each.
+std::size_t utf16Length(std::string_view text);
+
+// Moves a UTF-16 cut position so that it does not fall between the two halves of a surrogate
+// pair: towards the start when `towardsStart`, else towards the end.
+inline int32_t adjustCutToCodePoint(const icu::UnicodeString& text, int32_t index, bool towardsStart) {
+  if (index <= 0 || index >= text.length()) return index;
+  if (U16_IS_LEAD(text.charAt(index - 1)) && U16_IS_TRAIL(text.charAt(index))) {
+    return towardsStart ? index - 1 : index + 1;
+  }
+  return index;
+}
+
+}  // namespace zt::internal
