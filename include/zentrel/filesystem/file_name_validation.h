@@ -1,0 +1,22 @@
+#pragma once
+// Checks a file name typed by a user before it is used. The answer is not an error object: nullopt
+// for a valid name, or a message ready to show, translated through the application's gettext
+// domain (ZTLocalizedString, the English text is the message id).
+//
+// Checks, in order; the first failure decides:
+//  - empty, or only white space and newlines: "Empty name cannot be used";
+//  - 256 or more UTF-16 code units (an emoji counts two): "File name exceeds maximum limit of symbols";
+//  - begins with ".": "File name cannot be started with dot";
+//  - contains a forbidden character (compared ignoring case): "The name “<name>” cannot be used
+//    because of <character> character".
+// Pure functions; any thread. Invalid UTF-8 is counted with each bad byte as one U+FFFD.
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+// Validates with "/" as the only forbidden character.
+std::optional<std::string> ZTValidateLocalFileName(std::string_view name);
+// forbiddenCharacters holds the forbidden characters as UTF-8 text; nullopt forbids none.
+std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
+    std::string_view name, const std::optional<std::string>& forbiddenCharacters);

@@ -1,0 +1,37 @@
+#pragma once
+// The folder rules behind standard_directories.h, with the environment and the home folder passed
+// in, so they can be computed afresh (the public functions cache their answers).
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace zt::fs_internal {
+
+// Reads an environment variable; nullopt when unset.
+using EnvironmentLookup = std::function<std::optional<std::string>(const char* name)>;
+EnvironmentLookup processEnvironment();
+
+// The home folder from the user database, nullopt when the lookup fails.
+std::optional<std::string> userDatabaseHome();
+
+std::string xdgDataHome(const std::string& home, const EnvironmentLookup& env);
+std::string xdgCacheHome(const std::string& home, const EnvironmentLookup& env);
+std::string xdgConfigHome(const std::string& home, const EnvironmentLookup& env);
+// The value of `key` (e.g. "XDG_DOCUMENTS_DIR") in the text of a user-dirs.dirs file, with
+// "$HOME" expanded; nullopt when absent or not usable (neither "$HOME..." nor absolute).
+std::optional<std::string> userDirectoryFromUserDirsFile(std::string_view contents, std::string_view key,
+                                                         const std::string& home);
+std::string documentsDirectory(const std::string& home, const EnvironmentLookup& env);
+// The freedesktop home trash, or nullopt when no data home folder can be found.
+std::optional<std::string> freedesktopTrash(const std::string& home, const EnvironmentLookup& env);
+std::string temporaryDirectory(const EnvironmentLookup& env);
+// dataHome/executableName, created when missing; temporaryFolder (with the log lines) when it is
+// not a folder or cannot be created.
+std::string applicationSupportDirectory(const std::string& dataHome, const std::string& executableName,
+                                        const std::string& temporaryFolder);
+// The base name of the running executable.
+std::string executableName();
+
+}  // namespace zt::fs_internal
