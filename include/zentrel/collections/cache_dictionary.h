@@ -1,0 +1,210 @@
+#pragma once
+// ZTCacheDictionary: a thread-safe keyed cache with least-recently-used order, an eviction delegate
+// and a sweep that drops the entries nobody but the cache still holds. It is the base of the two
+// bounded caches, ZTNumberLimitedCacheDictionary and ZTMemorySizeLimitedCacheDictionary.
+//
+// Values are held as std::shared_ptr<Value>. "Held only by the cache" is an ownership fact: an
+// entry whose shared_ptr has no other owner (use_count() == 1) is what
+// removeAllObjectsRetainedOnlyByCache() removes.
+//
+// Recency: every store makes its key the most recent; objectForKey(key) does too, while
+// objectForKey(key, false) reads without changing the order. Every operation costs constant time
+// on average, whatever the number of entries.
+//
+// Threads: every public method may be called from any thread. Each cache has one recursive mutex;
+// every public method and both hooks (willSetObject, didSetObject) run under it, so an override
+// may call the cache's own methods, and so may the delegate. The delegate is called with the
+// mutex held: it must not wait for another thread that uses the same cache.
+//
+// Ownership: the cache holds its values strongly and its delegate weakly.
+//
+// Bad input: storing a null object throws ZTInternalInconsistencyException and changes nothing.
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "zentrel/platform/exceptions.h"
+
+template <class Key, class Value>
+class ZTCacheDictionary;
+
+// Told before an object leaves a cache because it is replaced or evicted (never for explicit
+// removals or the sweep). `object` is null when a key is stored for the first time.
+template <class Key, class Value>
+class ZTCacheDictionaryDelegate {
+ public:
+  virtual ~ZTCacheDictionaryDelegate() = default;
+  virtual void cacheDictionary(ZTCacheDictionary<Key, Value>& cache, const std::shared_ptr<Value>& willEvictObject,
+                               const Key& forKey) = 0;
+};
+
+template <class Key, class Value>
+class ZTCacheDictionary {
+ public:
+  using ObjectPtr = std::shared_ptr<Value>;
+  using Delegate = ZTCacheDictionaryDelegate<Key, Value>;
+
+  static std::shared_ptr<ZTCacheDictionary> create() { return std::make_shared<ZTCacheDictionary>(); }
+
+  ZTCacheDictionary() = default;
+  ZTCacheDictionary(const ZTCacheDictionary&) = delete;
+  ZTCacheDictionary& operator=(const ZTCacheDictionary&) = delete;
+  virtual ~ZTCacheDictionary() = default;
+
+  std::shared_ptr<Delegate> delegate() const {
+    std::lock_guard lock(mutex_);
+    return delegate_.lock();
+  }
+  void setDelegate(std::weak_ptr<Delegate> delegate) {
+    std::lock_guard lock(mutex_);
+    delegate_ = std::move(delegate);
+  }
+
+  // Stores the object under the key and makes the key the most recent. The hooks run before and
+  // after the store; the bounded subclasses evict from their hooks.
+  void setObject(ObjectPtr object, const Key& key) {
+    if (!object) throw ZTInternalInconsistencyException("A cache dictionary cannot store a null object.");
+    std::lock_guard lock(mutex_);
+    willSetObject(object, key);
+    auto found = entries_.find(key);
+    if (found == entries_.end()) {
+      queue_.push_back(key);
+      entries_.emplace(key, Entry{object, std::prev(queue_.end())});
+    } else {
+      queue_.splice(queue_.end(), queue_, found->second.position);
+      found->second.object = object;
+    }
+    didSetObject(object, key);
+  }
+
+  // The object stored under the key, or null. With refreshQueue the key becomes the most recent.
+  ObjectPtr objectForKey(const Key& key, bool refreshQueue = true) {
+    std::lock_guard lock(mutex_);
+    auto found = entries_.find(key);
+    if (found == entries_.end()) return nullptr;
+    if (refreshQueue) queue_.splice(queue_.end(), queue_, found->second.position);
+    return found->second.object;
+  }
+  ObjectPtr operator[](const Key& key) { return objectForKey(key); }
+
+  // Removals. The delegate is not told.
+  virtual void removeObjectForKey(const Key& key) {
+    std::lock_guard lock(mutex_);
+    eraseKey(key);
+  }
+  virtual void removeAllObjects() {
+    std::lock_guard lock(mutex_);
+    entries_.clear();
+    queue_.clear();
+  }
+  // Removes every entry whose object has no owner besides the cache. Entries that survive keep
+  // their place in the recency order. The delegate is not told.
+  virtual void removeAllObjectsRetainedOnlyByCache() {
+    std::lock_guard lock(mutex_);
+    sweepObjectsRetainedOnlyByCache([](const Key&, const ObjectPtr&) {});
+  }
+
+  // The keys in no particular order.
+  std::vector<Key> allKeys() const {
+    std::lock_guard lock(mutex_);
+    std::vector<Key> keys;
+    keys.reserve(entries_.size());
+    for (const auto& entry : entries_) keys.push_back(entry.first);
+    return keys;
+  }
+  // The keys from the least to the most recently used.
+  std::vector<Key> keysInRecencyOrder() const {
+    std::lock_guard lock(mutex_);
+    return {queue_.begin(), queue_.end()};
+  }
+  std::size_t count() const {
+    std::lock_guard lock(mutex_);
+    return entries_.size();
+  }
+
+  // Calls block(key, object, stop) for each entry, in no particular order, under the cache's
+  // mutex; setting stop to true ends the walk. The block must not add or remove entries.
+  template <class Block>
+  void enumerateKeysAndObjectsUsingBlock(Block&& block) const {
+    std::lock_guard lock(mutex_);
+    bool stop = false;
+    for (const auto& entry : entries_) {
+      block(entry.first, entry.second.object, stop);
+      if (stop) break;
+    }
+  }
+
+ protected:
+  // Called under the mutex before every store. The base tells the delegate, if there is one, which
+  // object the key held when it is not the very object being stored (null for a new key).
+  virtual void willSetObject(const ObjectPtr& object, const Key& key) {
+    auto delegate = delegate_.lock();
+    if (!delegate) return;
+    ObjectPtr current = objectForKey(key, true);
+    if (current != object) delegate->cacheDictionary(*this, current, key);
+  }
+  // Called under the mutex after every store. Does nothing in the base.
+  virtual void didSetObject(const ObjectPtr& /*object*/, const Key& /*key*/) {}
+
+  // Helpers for subclasses; call them with the mutex held (from the hooks, or under mutex()).
+  std::recursive_mutex& mutex() const { return mutex_; }
+  std::size_t storedCount() const { return entries_.size(); }
+  bool containsKey(const Key& key) const { return entries_.find(key) != entries_.end(); }
+  ObjectPtr storedObject(const Key& key) const {
+    auto found = entries_.find(key);
+    return found == entries_.end() ? nullptr : found->second.object;
+  }
+  // The least recently used key, or null when empty.
+  const Key* oldestKey() const { return queue_.empty() ? nullptr : &queue_.front(); }
+  // Calls visit(key, object) from the least recently used entry on while it returns true.
+  template <class Visit>
+  void visitInRecencyOrder(Visit&& visit) const {
+    for (const Key& key : queue_)
+      if (!visit(key, entries_.at(key).object)) break;
+  }
+  void notifyDelegateWillEvict(const ObjectPtr& object, const Key& key) {
+    if (auto delegate = delegate_.lock()) delegate->cacheDictionary(*this, object, key);
+  }
+  // Removes the key from the entries and the recency order, if present; returns the object it held.
+  ObjectPtr eraseKey(const Key& key) {
+    auto found = entries_.find(key);
+    if (found == entries_.end()) return nullptr;
+    ObjectPtr object = std::move(found->second.object);
+    queue_.erase(found->second.position);
+    entries_.erase(found);
+    return object;
+  }
+  // The sweep itself: removes every entry held only by the cache, calling removed(key, object) for
+  // each just before its last reference goes.
+  template <class Removed>
+  void sweepObjectsRetainedOnlyByCache(Removed&& removed) {
+    for (auto it = queue_.begin(); it != queue_.end();) {
+      auto found = entries_.find(*it);
+      if (found->second.object.use_count() == 1) {
+        removed(found->first, found->second.object);
+        entries_.erase(found);
+        it = queue_.erase(it);
+      } else {
+        ++it;
+      }
+    }
+  }
+
+ private:
+  struct Entry {
+    ObjectPtr object;
+    typename std::list<Key>::iterator position;  // in queue_
+  };
+
+  mutable std::recursive_mutex mutex_;
+  std::unordered_map<Key, Entry> entries_;  // guarded by mutex_
+  std::list<Key> queue_;                    // guarded by mutex_; front = least recently used
+  std::weak_ptr<Delegate> delegate_;        // guarded by mutex_
+};

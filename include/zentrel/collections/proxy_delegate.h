@@ -1,0 +1,303 @@
+#pragma once
+// ZTProxyDelegate: one object that stands in for a single delegate where several objects want the
+// same delegate calls. It is itself a Protocol, so it can be handed to anything that takes one
+// delegate; each call it receives goes to every delegate that implements the method, in order, the
+// main delegate first.
+//
+// The forwarding class is written once per interface, one line per method:
+//
+//   class DownloadDelegateProxy final : public ZTProxyDelegate<DownloadDelegate> {
+//    public:
+//     void downloadDidFinish(Download& d) override { forward<&DownloadDelegate::downloadDidFinish>(d); }
+//     bool downloadShouldRetry(Download& d) override { return forward<&DownloadDelegate::downloadShouldRetry>(d); }
+//   };
+//   auto proxy = ZTProxyDelegate<DownloadDelegate>::create<DownloadDelegateProxy>({first, second});
+//
+// Rules of a forwarded call:
+//   - a delegate is called when it responds to the method (see delegate_protocol.h: required
+//     methods always, optional ones when declared) and the method is not muted for it;
+//   - arguments are passed to each delegate in turn as lvalues; a method with a result returns the
+//     result of the last delegate called;
+//   - with forwardsInvocations() off the call is dropped; so is a call of a protocol method when no
+//     delegate is left (every one died or was removed): the result is then a value-initialised R;
+//   - when delegates are left but none responds, the call is a programming error:
+//     ZTInternalInconsistencyException.
+// Forwarded methods may also belong to another interface (forward<&Other::method>): delegates that
+// are not an Other do not respond to it.
+//
+// Ownership: delegates are held weakly; the owner keeps them alive. A delegate that dies leaves the
+// list at the next walk; when the main delegate dies the next one in the list becomes main.
+// Threads: none; use a proxy on one thread (or serialise access). Each call walks a copy of the
+// list, so a delegate may add or remove delegates from inside a forwarded call; the change applies
+// from the next call.
+
+#include <algorithm>
+#include <concepts>
+#include <functional>
+#include <map>
+#include <optional>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "zentrel/collections/delegate_protocol.h"
+#include "zentrel/collections/selector.h"
+#include "zentrel/platform/debug_name.h"
+#include "zentrel/platform/exceptions.h"
+
+namespace zt::detail {
+
+template <class M>
+struct MemberFunctionTraits;
+template <class R, class C, class... A>
+struct MemberFunctionTraits<R (C::*)(A...)> {
+  using Result = R;
+  using Class = C;
+};
+template <class R, class C, class... A>
+struct MemberFunctionTraits<R (C::*)(A...) const> {
+  using Result = R;
+  using Class = C;
+};
+template <class R, class C, class... A>
+struct MemberFunctionTraits<R (C::*)(A...) noexcept> {
+  using Result = R;
+  using Class = C;
+};
+template <class R, class C, class... A>
+struct MemberFunctionTraits<R (C::*)(A...) const noexcept> {
+  using Result = R;
+  using Class = C;
+};
+
+}  // namespace zt::detail
+
+template <class Protocol>
+class ZTProxyDelegate : public Protocol {
+  static_assert(ZTDelegateProtocolType<Protocol>,
+                "The delegate interface must derive from ZTDelegateProtocol and have a static protocol().");
+
+ public:
+  using DelegatePtr = std::shared_ptr<Protocol>;
+
+  // A proxy of the forwarding class Proxy over the given delegates, in order; the first accepted one
+  // becomes the main delegate. Objects that are not a Protocol, and null ones, are skipped. Returns
+  // nullptr when no delegate was accepted. Extra arguments go to Proxy's constructor.
+  template <class Proxy, class U, class... ProxyArgs>
+    requires std::derived_from<Proxy, ZTProxyDelegate>
+  static std::shared_ptr<Proxy> create(const std::vector<std::shared_ptr<U>>& delegates, ProxyArgs&&... proxyArgs) {
+    auto proxy = std::make_shared<Proxy>(std::forward<ProxyArgs>(proxyArgs)...);
+    ZTProxyDelegate& base = *proxy;
+    base.addDelegatesFromArray(delegates);
+    if (base.delegateValues_.empty()) return nullptr;
+    base.mainDelegate_ = base.delegateValues_.front();
+    base.forwardsInvocations_ = true;
+    return proxy;
+  }
+  template <class Proxy, class... ProxyArgs>
+    requires std::derived_from<Proxy, ZTProxyDelegate>
+  static std::shared_ptr<Proxy> create(std::initializer_list<DelegatePtr> delegates, ProxyArgs&&... proxyArgs) {
+    return create<Proxy>(std::vector<DelegatePtr>(delegates), std::forward<ProxyArgs>(proxyArgs)...);
+  }
+
+  const ZTProtocol& protocol() const { return Protocol::protocol(); }
+
+  bool forwardsInvocations() const { return forwardsInvocations_; }
+  void setForwardsInvocations(bool forwards) { forwardsInvocations_ = forwards; }
+
+  DelegatePtr mainDelegate() {
+    compact();
+    return mainDelegate_.lock();
+  }
+  // The live delegates in calling order.
+  std::vector<DelegatePtr> delegateValues() {
+    compact();
+    return liveDelegates();
+  }
+
+  // Appends every object that is a Protocol, in order (after dropping dead entries). An object that
+  // is already a delegate is appended again and then called twice.
+  template <class U>
+  void addDelegatesFromArray(const std::vector<std::shared_ptr<U>>& delegates) {
+    compact();
+    for (const auto& candidate : delegates)
+      if (DelegatePtr delegate = asDelegate(candidate)) delegateValues_.emplace_back(delegate);
+  }
+  // Removes the given objects (by identity) and their muted methods. When the main delegate goes,
+  // the first remaining delegate becomes main.
+  template <class U>
+  void removeDelegatesInArray(const std::vector<std::shared_ptr<U>>& delegates) {
+    compact();
+    std::vector<const void*> removed;
+    for (const auto& object : delegates)
+      if (object) removed.push_back(identity(object.get()));
+    DelegatePtr main = mainDelegate_.lock();
+    std::vector<std::weak_ptr<Protocol>> kept;
+    for (const auto& weak : delegateValues_) {
+      DelegatePtr delegate = weak.lock();
+      if (delegate && delegate == main) mainDelegate_.reset();
+      if (delegate && std::find(removed.begin(), removed.end(), identity(delegate.get())) != removed.end()) {
+        ignoredSelectors_.erase(std::weak_ptr<Protocol>(delegate));
+        continue;
+      }
+      kept.push_back(weak);
+    }
+    delegateValues_ = std::move(kept);
+    if (mainDelegate_.expired() && !delegateValues_.empty()) mainDelegate_ = delegateValues_.front();
+  }
+  // Keeps only the given delegate (with its muted methods) as the main one; when it is not a
+  // delegate of this proxy, the proxy is left with no delegates at all.
+  template <class U>
+  void removeAllDelegatesExceptDelegate(const std::shared_ptr<U>& delegate) {
+    compact();
+    DelegatePtr kept = findDelegate(delegate);
+    std::unordered_set<ZTSelector> mutedSelectors;
+    if (kept) {
+      auto muted = ignoredSelectors_.find(std::weak_ptr<Protocol>(kept));
+      if (muted != ignoredSelectors_.end()) mutedSelectors = muted->second;
+    }
+    delegateValues_.clear();
+    ignoredSelectors_.clear();
+    mainDelegate_.reset();
+    if (!kept) return;
+    delegateValues_.emplace_back(kept);
+    if (!mutedSelectors.empty()) ignoredSelectors_.emplace(kept, std::move(mutedSelectors));
+    mainDelegate_ = kept;
+  }
+  // Moves a delegate of this proxy to the front and makes it main. Null, the current main delegate or
+  // an object that is not a delegate of this proxy changes nothing.
+  template <class U>
+  void setMainDelegate(const std::shared_ptr<U>& delegate) {
+    if (!delegate) return;
+    compact();
+    DelegatePtr found = findDelegate(delegate);
+    if (!found || found == mainDelegate_.lock()) return;
+    std::erase_if(delegateValues_, [&](const std::weak_ptr<Protocol>& weak) { return weak.lock() == found; });
+    delegateValues_.insert(delegateValues_.begin(), found);
+    mainDelegate_ = found;
+  }
+
+  // Mutes one method for one delegate, for as long as the delegate lives. There is no unmuting of a
+  // single method; removing the delegate forgets its muted methods.
+  template <class U>
+  void ignoreDelegateMethodCalls(ZTSelector selector, const std::shared_ptr<U>& forDelegate) {
+    if (DelegatePtr delegate = asDelegate(forDelegate)) ignoredSelectors_[delegate].insert(selector);
+  }
+
+  // Whether the delegate would be called for the method: not muted for it, and required by the
+  // protocol or declared by the delegate.
+  bool delegateRespondsToSelector(const DelegatePtr& delegate, ZTSelector selector) const {
+    if (!delegate) return false;
+    auto muted = ignoredSelectors_.find(std::weak_ptr<Protocol>(delegate));
+    if (muted != ignoredSelectors_.end() && muted->second.count(selector)) return false;
+    return Protocol::protocol().isRequiredSelector(selector) || delegate->respondsToSelector(selector);
+  }
+
+  // True when forwarding is on and any live delegate responds to the method.
+  bool respondsToSelector(ZTSelector selector) const override {
+    if (!forwardsInvocations_) return false;
+    for (const auto& weak : delegateValues_)
+      if (delegateRespondsToSelector(weak.lock(), selector)) return true;
+    return false;
+  }
+
+  bool delegateProtocolContainsSelector(ZTSelector selector) const {
+    return Protocol::protocol().containsSelector(selector);
+  }
+  std::optional<ZTMethodDescription> methodDescriptionForDelegateProtocolWithSelector(ZTSelector selector) const {
+    return Protocol::protocol().methodDescriptionForSelector(selector);
+  }
+
+ protected:
+  ZTProxyDelegate() = default;
+
+  // Sends the call to every delegate that responds to Method, in order; see the rules above.
+  template <auto Method, class... Args>
+  typename zt::detail::MemberFunctionTraits<decltype(Method)>::Result forward(Args&&... args) {
+    using Traits = zt::detail::MemberFunctionTraits<decltype(Method)>;
+    using R = typename Traits::Result;
+    using C = typename Traits::Class;
+    static_assert(std::is_void_v<R> || (!std::is_reference_v<R> && std::is_default_constructible_v<R>),
+                  "A forwarded method returns void or a default-constructible value.");
+    constexpr ZTSelector selector = ZTSelectorOf<Method>;
+
+    if (!forwardsInvocations_) return R();
+    compact();
+    if (mainDelegate_.expired() && Protocol::protocol().containsSelector(selector)) return R();
+
+    const std::vector<DelegatePtr> delegates = liveDelegates();
+    bool called = false;
+    if constexpr (std::is_void_v<R>) {
+      for (const DelegatePtr& delegate : delegates) {
+        if (C* target = respondingTarget<C>(delegate, selector)) {
+          std::invoke(Method, *target, args...);
+          called = true;
+        }
+      }
+      if (!called) throwUnrecognized(selector);
+    } else {
+      R result{};
+      for (const DelegatePtr& delegate : delegates) {
+        if (C* target = respondingTarget<C>(delegate, selector)) {
+          result = std::invoke(Method, *target, args...);
+          called = true;
+        }
+      }
+      if (!called) throwUnrecognized(selector);
+      return result;
+    }
+  }
+
+ private:
+  template <class U>
+  static DelegatePtr asDelegate(const std::shared_ptr<U>& object) {
+    if (!object) return nullptr;
+    if constexpr (std::is_convertible_v<U*, Protocol*>) return object;
+    else return std::dynamic_pointer_cast<Protocol>(object);
+  }
+  template <class U>
+  static const void* identity(U* object) {
+    if constexpr (std::is_polymorphic_v<U>) return dynamic_cast<const void*>(object);
+    else return object;
+  }
+  template <class U>
+  DelegatePtr findDelegate(const std::shared_ptr<U>& object) const {
+    if (!object) return nullptr;
+    const void* wanted = identity(object.get());
+    for (const auto& weak : delegateValues_)
+      if (DelegatePtr delegate = weak.lock(); delegate && identity(delegate.get()) == wanted) return delegate;
+    return nullptr;
+  }
+  template <class C>
+  C* respondingTarget(const DelegatePtr& delegate, ZTSelector selector) const {
+    if (!delegateRespondsToSelector(delegate, selector)) return nullptr;
+    if constexpr (std::is_convertible_v<Protocol*, C*>) return delegate.get();
+    else return dynamic_cast<C*>(delegate.get());
+  }
+  [[noreturn]] void throwUnrecognized(ZTSelector selector) const {
+    throw ZTInternalInconsistencyException(ZTDebugClassNameForObject(this) + ": no delegate responds to " +
+                                           std::string(selector.name()) + ".");
+  }
+
+  // Drops dead delegates and their muted methods; keeps the main delegate at the front.
+  void compact() {
+    std::erase_if(delegateValues_, [](const std::weak_ptr<Protocol>& weak) { return weak.expired(); });
+    std::erase_if(ignoredSelectors_, [](const auto& entry) { return entry.first.expired(); });
+    if (mainDelegate_.expired() && !delegateValues_.empty()) mainDelegate_ = delegateValues_.front();
+  }
+  std::vector<DelegatePtr> liveDelegates() const {
+    std::vector<DelegatePtr> delegates;
+    delegates.reserve(delegateValues_.size());
+    for (const auto& weak : delegateValues_)
+      if (DelegatePtr delegate = weak.lock()) delegates.push_back(std::move(delegate));
+    return delegates;
+  }
+
+  bool forwardsInvocations_ = false;
+  std::weak_ptr<Protocol> mainDelegate_;
+  std::vector<std::weak_ptr<Protocol>> delegateValues_;
+  std::map<std::weak_ptr<Protocol>, std::unordered_set<ZTSelector>, std::owner_less<>> ignoredSelectors_;
+};

@@ -1,0 +1,3 @@
+#include "zentrel/collections/copying.h"
+
+ZTCopying::~ZTCopying() = default;
