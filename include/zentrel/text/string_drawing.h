@@ -1,0 +1,77 @@
+#pragma once
+// Measuring and drawing text with a ZTFont, and shortening a line to a width.
+//
+// Text is laid out in lines: every line break character (U+000A-U+000D, U+0085, U+2028, U+2029;
+// "\r\n" counts once) starts a new paragraph. With word wrapping a paragraph is broken between
+// words where Unicode line breaking allows it (a word wider than the line is broken between
+// characters); with character wrapping between any two characters; with clipping and the three
+// truncating modes each paragraph stays on one line, clipped or shortened with "…" at its head,
+// middle or tail. A line's width is its shaped advance width; trailing spaces do not count.
+// Sizes are in points and rounded up to whole points. A null font means the system font of size
+// 12.
+//
+// Stateless; may be called from any thread (each call its own cairo context: cairo contexts are
+// not thread-safe). Invalid UTF-8 is measured and drawn as U+FFFD.
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <cairo.h>
+
+#include "zentrel/geometry/rect.h"
+#include "zentrel/text/font.h"
+
+// The values of the desktop platform's paragraph styles: 4 is tail, 5 is middle truncation.
+enum class ZTLineBreakMode : int {
+  ByWordWrapping = 0,
+  ByCharWrapping = 1,
+  ByClipping = 2,
+  ByTruncatingHead = 3,
+  ByTruncatingTail = 4,
+  ByTruncatingMiddle = 5,
+};
+
+// Natural is left-aligned for left-to-right text; Justified lines are drawn left-aligned.
+enum class ZTTextAlignment : int { Left = 0, Right = 1, Center = 2, Justified = 3, Natural = 4 };
+
+namespace zt {
+
+// The size of the text laid out without a width limit: the widest paragraph by the number of
+// paragraphs times the font's line height. The empty text is 0 x 0.
+ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font);
+// Laid out with word wrapping within size.width; only the lines that fit within size.height are
+// counted (always at least one).
+ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, ZTSize constrainedToSize);
+// The first line only, laid out in the mode within `width`.
+ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, double forWidth,
+                      ZTLineBreakMode lineBreakMode);
+ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, ZTSize constrainedToSize,
+                      ZTLineBreakMode lineBreakMode);
+
+// Draws the text into the caller's cairo context, inside the rectangle (user-space units = points,
+// y growing downwards, the first baseline one ascender below the rectangle's top), with the
+// context's current source, clipped to the rectangle. Lines that do not fit in the rectangle's
+// height are not drawn (the first always is). The context's state is restored afterwards.
+// Answers the size of what was drawn. A null context draws nothing and answers 0 x 0.
+ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const std::shared_ptr<ZTFont>& font,
+                    ZTLineBreakMode lineBreakMode, ZTTextAlignment alignment = ZTTextAlignment::Left);
+
+// A one-line text shortened to a width in points, as measured by ztSizeWithFont.
+// - A negative width or a null font: shortStringWithMaxLength with the width as a whole number.
+// - Middle truncation: h = min(round(length / 2), round(width / width of "i" / 2)) UTF-16 units;
+//   then repeatedly head = the first h - 1 units, tail = the last h - 1 units, the candidate is
+//   head + "…" + tail, the text becomes head + tail and h = round(its length / 2), until a
+//   candidate fits (or nothing is left to remove). Answers the last candidate.
+// - Tail truncation: avail = width - width of "…"; unit = width of the font's bounding box;
+//   repeatedly over = current width - avail, n = round(over / unit); the last n units are dropped
+//   (all of them when n exceeds the length or over is negative) and the text measured again,
+//   while over > 0 and n != 0. Answers the text + "…". The result can be wider than `width` by
+//   less than half a bounding-box width.
+// - Other modes, and a text that fits, are returned unchanged.
+// Cuts never split a surrogate pair.
+std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBreakMode lineBreakMode,
+                                 const std::shared_ptr<ZTFont>& font);
+
+}  // namespace zt

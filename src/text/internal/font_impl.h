@@ -1,0 +1,45 @@
+#pragma once
+// What a ZTFont holds, for the layout and drawing code of this area.
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <cairo.h>
+#include <hb.h>
+
+#include "zentrel/text/font.h"
+
+struct ZTFont::Impl {
+  std::string family;
+  std::string path;
+  double size = 0;
+  double scale = 0;  // points per font unit
+  double ascender = 0;
+  double descender = 0;
+  double lineHeight = 0;
+  ZTRect boundingBox;
+  hb_font_t* hbFont = nullptr;  // scaled in font units; shaping with it is thread-safe
+  cairo_font_face_t* cairoFace = nullptr;
+
+  Impl() = default;
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+  ~Impl() {
+    if (hbFont) hb_font_destroy(hbFont);
+    if (cairoFace) cairo_font_face_destroy(cairoFace);
+  }
+};
+
+namespace zt::internal {
+
+struct ShapedGlyph {
+  unsigned int index;
+  double x;  // pen position of the glyph origin, in points, from the start of the run
+  double y;
+};
+
+// Shapes one line of text with the font: the glyphs and the total advance width.
+double shape(const ZTFont& font, std::string_view text, std::vector<ShapedGlyph>* glyphs);
+
+}  // namespace zt::internal
