@@ -255,8 +255,12 @@ class ZTProxyDelegate : public Protocol {
   template <class U>
   static DelegatePtr asDelegate(const std::shared_ptr<U>& object) {
     if (!object) return nullptr;
-    if constexpr (std::is_convertible_v<U*, Protocol*>) return object;
-    else return std::dynamic_pointer_cast<Protocol>(object);
+    if constexpr (std::is_convertible_v<U*, Protocol*>) {
+      return object;
+    } else {
+      static_assert(std::is_polymorphic_v<U>, "Candidate delegates must be of a polymorphic class.");
+      return std::dynamic_pointer_cast<Protocol>(object);
+    }
   }
   template <class U>
   static const void* identity(U* object) {

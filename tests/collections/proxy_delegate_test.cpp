@@ -1,0 +1,275 @@
+#include "zentrel/collections/proxy_delegate.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+class Download {};
+
+// A delegate interface with one required and two optional methods.
+class DownloadDelegate : public virtual ZTDelegateProtocol {
+ public:
+  virtual void downloadDidFinish(Download& download) = 0;
+  virtual int downloadRetryDelay(Download&) { return 0; }
+  virtual void downloadDidProgress(Download&, double) {}
+
+  static const ZTProtocol& protocol() {
+    static const ZTProtocol description("DownloadDelegate", {ZTSelectorOf<&DownloadDelegate::downloadDidFinish>},
+                                        {ZTSelectorOf<&DownloadDelegate::downloadRetryDelay>,
+                                         ZTSelectorOf<&DownloadDelegate::downloadDidProgress>});
+    return description;
+  }
+};
+
+// Not part of the download interface; only some delegates implement it.
+class DiagnosticsDelegate {
+ public:
+  virtual ~DiagnosticsDelegate() = default;
+  virtual void downloadDidLog(const std::string& line) = 0;
+};
+
+constexpr ZTSelector kFinish = ZTSelectorOf<&DownloadDelegate::downloadDidFinish>;
+constexpr ZTSelector kRetryDelay = ZTSelectorOf<&DownloadDelegate::downloadRetryDelay>;
+constexpr ZTSelector kProgress = ZTSelectorOf<&DownloadDelegate::downloadDidProgress>;
+constexpr ZTSelector kLog = ZTSelectorOf<&DiagnosticsDelegate::downloadDidLog>;
+
+class DownloadDelegateProxy final : public ZTProxyDelegate<DownloadDelegate> {
+ public:
+  void downloadDidFinish(Download& download) override { forward<&DownloadDelegate::downloadDidFinish>(download); }
+  int downloadRetryDelay(Download& download) override {
+    return forward<&DownloadDelegate::downloadRetryDelay>(download);
+  }
+  void downloadDidProgress(Download& download, double fraction) override {
+    forward<&DownloadDelegate::downloadDidProgress>(download, fraction);
+  }
+  void log(const std::string& line) { forward<&DiagnosticsDelegate::downloadDidLog>(line); }
+};
+
+using Journal = std::vector<std::string>;
+
+class Recorder : public DownloadDelegate {
+ public:
+  Recorder(std::string name, Journal& journal, int retryDelay = -1) : name_(std::move(name)), journal_(journal), retryDelay_(retryDelay) {
+    if (retryDelay_ >= 0) declareImplementedSelectors({kRetryDelay});
+  }
+  void downloadDidFinish(Download&) override { journal_.push_back(name_ + ".finish"); }
+  int downloadRetryDelay(Download&) override {
+    journal_.push_back(name_ + ".retryDelay");
+    return retryDelay_;
+  }
+  void downloadDidProgress(Download&, double) override { journal_.push_back(name_ + ".progress?"); }
+
+ protected:
+  std::string name_;
+  Journal& journal_;
+  int retryDelay_;
+};
+
+class LoggingRecorder : public Recorder, public DiagnosticsDelegate {
+ public:
+  using Recorder::Recorder;
+  void downloadDidLog(const std::string& line) override { journal_.push_back(name_ + ".log " + line); }
+  bool respondsToSelector(ZTSelector selector) const override {
+    return selector == kLog || Recorder::respondsToSelector(selector);
+  }
+};
+
+class Bystander {
+ public:
+  virtual ~Bystander() = default;
+};
+
+struct ProxyFixture : ::testing::Test {
+  Journal journal;
+  Download download;
+  std::shared_ptr<Recorder> a = std::make_shared<Recorder>("A", journal, 1);
+  std::shared_ptr<Recorder> b = std::make_shared<Recorder>("B", journal, 2);
+
+  std::shared_ptr<DownloadDelegateProxy> makeProxy(std::vector<std::shared_ptr<DownloadDelegate>> delegates) {
+    return ZTProxyDelegate<DownloadDelegate>::create<DownloadDelegateProxy>(delegates);
+  }
+};
+
+TEST_F(ProxyFixture, FansOutInOrderAndAnswersTheLastResult) {
+  auto proxy = makeProxy({a, b});
+  ASSERT_TRUE(proxy);
+  EXPECT_EQ(proxy->mainDelegate(), a);
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 2);
+  proxy->downloadDidFinish(download);
+  EXPECT_EQ(journal, (Journal{"A.retryDelay", "B.retryDelay", "A.finish", "B.finish"}));
+}
+
+TEST_F(ProxyFixture, OptionalMethodsReachOnlyDelegatesThatDeclareThem) {
+  auto silent = std::make_shared<Recorder>("S", journal);
+  auto proxy = makeProxy({silent, b});
+  ASSERT_TRUE(proxy);
+  EXPECT_TRUE(proxy->respondsToSelector(kRetryDelay));
+  EXPECT_FALSE(proxy->respondsToSelector(kProgress));
+  EXPECT_TRUE(proxy->respondsToSelector(kFinish));
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 2);
+  EXPECT_EQ(journal, (Journal{"B.retryDelay"}));
+  EXPECT_THROW(proxy->downloadDidProgress(download, 0.5), ZTInternalInconsistencyException);
+}
+
+TEST_F(ProxyFixture, MutingSilencesOneMethodForOneDelegate) {
+  auto proxy = makeProxy({a, b});
+  proxy->ignoreDelegateMethodCalls(kRetryDelay, a);
+  EXPECT_TRUE(proxy->respondsToSelector(kRetryDelay));
+  EXPECT_FALSE(proxy->delegateRespondsToSelector(a, kRetryDelay));
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 2);
+  proxy->downloadDidFinish(download);
+  EXPECT_EQ(journal, (Journal{"B.retryDelay", "A.finish", "B.finish"}));
+
+  proxy->ignoreDelegateMethodCalls(kRetryDelay, b);
+  EXPECT_FALSE(proxy->respondsToSelector(kRetryDelay));
+}
+
+TEST_F(ProxyFixture, MainDelegateGoesFirst) {
+  auto proxy = makeProxy({a, b});
+  proxy->setMainDelegate(b);
+  EXPECT_EQ(proxy->mainDelegate(), b);
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 1);
+  EXPECT_EQ(journal, (Journal{"B.retryDelay", "A.retryDelay"}));
+
+  auto stranger = std::make_shared<Recorder>("X", journal, 9);
+  proxy->setMainDelegate(stranger);
+  proxy->setMainDelegate(std::shared_ptr<Recorder>());
+  EXPECT_EQ(proxy->mainDelegate(), b);
+  EXPECT_EQ(proxy->delegateValues().size(), 2u);
+}
+
+TEST_F(ProxyFixture, DeadDelegatesDropOutAndProtocolCallsAreThenDropped) {
+  auto proxy = makeProxy({a, b});
+  a.reset();
+  EXPECT_EQ(proxy->mainDelegate(), b);
+  proxy->downloadDidFinish(download);
+  EXPECT_EQ(journal, (Journal{"B.finish"}));
+
+  b.reset();
+  journal.clear();
+  EXPECT_EQ(proxy->mainDelegate(), nullptr);
+  EXPECT_FALSE(proxy->respondsToSelector(kFinish));
+  EXPECT_NO_THROW(proxy->downloadDidFinish(download));
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 0);
+  EXPECT_TRUE(journal.empty());
+  // A method outside the interface is not dropped: nobody can take it.
+  EXPECT_THROW(proxy->log("lost"), ZTInternalInconsistencyException);
+}
+
+TEST_F(ProxyFixture, MethodsOfOtherInterfacesReachDelegatesThatHaveThem) {
+  auto logger = std::make_shared<LoggingRecorder>("L", journal);
+  auto proxy = makeProxy({a, logger});
+  proxy->log("hello");
+  EXPECT_EQ(journal, (Journal{"L.log hello"}));
+  EXPECT_FALSE(proxy->delegateProtocolContainsSelector(kLog));
+  EXPECT_TRUE(proxy->respondsToSelector(kLog));
+
+  proxy->removeDelegatesInArray(std::vector<std::shared_ptr<LoggingRecorder>>{logger});
+  EXPECT_THROW(proxy->log("again"), ZTInternalInconsistencyException);
+}
+
+TEST_F(ProxyFixture, CreationAcceptsOnlyConformingObjects) {
+  auto bystander = std::make_shared<Bystander>();
+  std::vector<std::shared_ptr<Bystander>> strangers{bystander, nullptr};
+  EXPECT_EQ(ZTProxyDelegate<DownloadDelegate>::create<DownloadDelegateProxy>(strangers), nullptr);
+  EXPECT_EQ(makeProxy({}), nullptr);
+
+  auto proxy = makeProxy({a});
+  struct Both : Bystander, Recorder {
+    using Recorder::Recorder;
+  };
+  auto both = std::make_shared<Both>("Both", journal, 5);
+  proxy->addDelegatesFromArray(std::vector<std::shared_ptr<Bystander>>{bystander, both});
+  EXPECT_EQ(proxy->delegateValues().size(), 2u);
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 5);
+}
+
+TEST_F(ProxyFixture, RemovingTheMainDelegateElectsTheNextOne) {
+  auto c = std::make_shared<Recorder>("C", journal, 3);
+  auto proxy = makeProxy({a, b, c});
+  proxy->ignoreDelegateMethodCalls(kRetryDelay, a);
+  proxy->removeDelegatesInArray(std::vector<std::shared_ptr<Recorder>>{a, c});
+  EXPECT_EQ(proxy->mainDelegate(), b);
+  EXPECT_EQ(proxy->delegateValues(), (std::vector<std::shared_ptr<DownloadDelegate>>{b}));
+
+  // A re-added delegate starts without its old muted methods.
+  proxy->addDelegatesFromArray(std::vector<std::shared_ptr<Recorder>>{a});
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 1);
+}
+
+TEST_F(ProxyFixture, RemoveAllExceptOneKeepsItsMutedMethods) {
+  auto proxy = makeProxy({a, b});
+  proxy->ignoreDelegateMethodCalls(kRetryDelay, b);
+  proxy->removeAllDelegatesExceptDelegate(b);
+  EXPECT_EQ(proxy->mainDelegate(), b);
+  EXPECT_EQ(proxy->delegateValues().size(), 1u);
+  EXPECT_FALSE(proxy->respondsToSelector(kRetryDelay));
+
+  auto stranger = std::make_shared<Recorder>("X", journal);
+  proxy->removeAllDelegatesExceptDelegate(stranger);
+  EXPECT_TRUE(proxy->delegateValues().empty());
+  EXPECT_NO_THROW(proxy->downloadDidFinish(download));
+  EXPECT_TRUE(journal.empty());
+}
+
+TEST_F(ProxyFixture, ForwardingCanBeSwitchedOff) {
+  auto proxy = makeProxy({a});
+  proxy->setForwardsInvocations(false);
+  EXPECT_FALSE(proxy->respondsToSelector(kFinish));
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 0);
+  EXPECT_TRUE(journal.empty());
+  proxy->setForwardsInvocations(true);
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 1);
+}
+
+// A delegate that changes the proxy's delegate list while a call is being forwarded.
+class Rewirer : public Recorder {
+ public:
+  using Recorder::Recorder;
+  std::weak_ptr<DownloadDelegateProxy> proxy;
+  std::shared_ptr<DownloadDelegate> newcomer;
+  std::shared_ptr<DownloadDelegate> leaver;
+  void downloadDidFinish(Download& download) override {
+    Recorder::downloadDidFinish(download);
+    auto strong = proxy.lock();
+    strong->addDelegatesFromArray(std::vector<std::shared_ptr<DownloadDelegate>>{newcomer});
+    strong->removeDelegatesInArray(std::vector<std::shared_ptr<DownloadDelegate>>{leaver});
+  }
+};
+
+TEST_F(ProxyFixture, ChangesFromInsideACallApplyFromTheNextCall) {
+  auto rewirer = std::make_shared<Rewirer>("R", journal);
+  auto late = std::make_shared<Recorder>("Late", journal);
+  rewirer->newcomer = late;
+  rewirer->leaver = b;
+  auto proxy = makeProxy({rewirer, b});
+  rewirer->proxy = proxy;
+
+  proxy->downloadDidFinish(download);
+  EXPECT_EQ(journal, (Journal{"R.finish", "B.finish"}));
+  journal.clear();
+  rewirer->newcomer = nullptr;
+  proxy->downloadDidFinish(download);
+  EXPECT_EQ(journal, (Journal{"R.finish", "Late.finish"}));
+}
+
+TEST(Protocol, DescribesItsMethods) {
+  const ZTProtocol& protocol = DownloadDelegate::protocol();
+  auto required = protocol.methodDescriptionForSelector(kFinish);
+  ASSERT_TRUE(required);
+  EXPECT_TRUE(required->isRequired);
+  auto optional = protocol.methodDescriptionForSelector(kRetryDelay);
+  ASSERT_TRUE(optional);
+  EXPECT_FALSE(optional->isRequired);
+  EXPECT_FALSE(protocol.methodDescriptionForSelector(kLog));
+  EXPECT_FALSE(protocol.methodDescriptionForSelector(ZTSelector()));
+  EXPECT_NE(kFinish, kRetryDelay);
+  EXPECT_EQ(kFinish, ZTSelectorOf<&DownloadDelegate::downloadDidFinish>);
+  EXPECT_NE(kFinish.name().find("downloadDidFinish"), std::string_view::npos) << kFinish.name();
+}
+
+}  // namespace
