@@ -47,5 +47,7 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfigVer
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfigVersion.cmake
         DESTINATION ${ZT_CMAKE_DIR})
+# The .pc file finds its prefix relative to itself, so an installed tree can be moved.
+file(RELATIVE_PATH ZT_PC_PREFIX_FROM_PCDIR "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
 configure_file(cmake/zentrel.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zentrel.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zentrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

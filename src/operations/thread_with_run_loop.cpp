@@ -30,9 +30,11 @@ void ZTThreadWithRunLoop::start() {
 void ZTThreadWithRunLoop::main() {
   // The keep-alive is the loop's permanent source: without one an idle loop would return at once
   // from every turn and the thread would spin.
+  // A turn handles events for up to one second; cancel() stops the turn, so the thread notices
+  // cancellation at once.
   const auto loop = runLoop();
   auto keepAlive = loop->keepAlive();
-  while (!isCancelled()) loop->runOnce(std::chrono::seconds(1));
+  while (!isCancelled()) loop->runUntil(ZTRunLoop::Clock::now() + std::chrono::seconds(1));
 }
 
 std::string ZTThreadWithRunLoop::workerThreadName(const std::string& className, const void* address) {

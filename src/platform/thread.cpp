@@ -109,7 +109,10 @@ void ZTThread::main() {
   if (body_) body_();
 }
 
-void ZTThread::cancel() { cancelled_.store(true, std::memory_order_release); }
+void ZTThread::cancel() {
+  cancelled_.store(true, std::memory_order_release);
+  if (kind_ == Kind::Created) runLoop_->stop();
+}
 
 std::string ZTThread::name() const {
   std::lock_guard lock(mutex_);

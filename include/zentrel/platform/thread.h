@@ -11,7 +11,8 @@
 // ZTThread on first use of currentThread(), which then always answers the same object on that
 // thread.
 //
-// Cancellation is cooperative: cancel() only sets a flag that main() is expected to check.
+// Cancellation is cooperative: cancel() sets a flag that main() is expected to check, and stops the
+// run-loop turn the thread may be in, so that a thread waiting in its loop notices at once.
 
 #include <atomic>
 #include <condition_variable>
@@ -60,7 +61,7 @@ class ZTThread : public std::enable_shared_from_this<ZTThread> {
 
   // The thread's run loop. For a thread created here it exists from creation, so calls can be
   // posted before start(); they run once the thread runs its loop.
-  std::shared_ptr<ZTRunLoop> runLoop() const { return runLoop_; }
+  const std::shared_ptr<ZTRunLoop>& runLoop() const { return runLoop_; }
 
   // Blocks until the thread has finished; returns at once for the calling thread itself or a
   // thread that was never started.

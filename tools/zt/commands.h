@@ -1,0 +1,13 @@
+#pragma once
+// Each zt subcommand lives in its own file and registers itself on the application here.
+#include <CLI/CLI.hpp>
+
+namespace ztool {
+// `zt threads`: a live tour of worker threads, cross-thread calls and the locks.
+void addThreadsCommand(CLI::App& app);
+int runThreadsTour(int calls);
+int runThreadsTourWithDefaults();
+
+// `zt demo`: every tour, one after another — the library at work in a minute.
+void addDemoCommand(CLI::App& app);
+}  // namespace ztool
