@@ -14,9 +14,10 @@ double ZTRadiansToDegrees(double radians) { return radians * 180 / std::numbers:
 
 std::int64_t ZTAngleIn0to360RangeFromAngle(std::int64_t degrees) {
   if (degrees >= 0) return degrees % 360;
-  // Unsigned negation keeps the most negative value defined.
-  const auto turns = static_cast<std::int64_t>((0 - static_cast<std::uint64_t>(degrees)) / 360);
-  return 360 + degrees + 360 * turns;
+  // 360 + angle + 360 * (-angle / 360) is 360 minus the remainder of -angle by 360; computed in
+  // unsigned arithmetic so that the most negative angle does not overflow.
+  const std::uint64_t magnitude = 0 - static_cast<std::uint64_t>(degrees);
+  return 360 - static_cast<std::int64_t>(magnitude % 360);
 }
 
 double ZTXAxisAngleForVectorWithPoints(ZTPoint p1, ZTPoint p2) {

@@ -29,6 +29,10 @@ constexpr double kCutTolerance = 0.0001;
 
 }  // namespace
 
+ZTRect ZTRectInset(ZTRect r, double left, double top, double right, double bottom) {
+  return {{r.origin.x + left, r.origin.y + top}, {r.size.width - left - right, r.size.height - top - bottom}};
+}
+
 ZTPoint ZTRectGetCenterPoint(ZTRect r) { return {ZTRectGetMidX(r), ZTRectGetMidY(r)}; }
 
 ZTRect ZTRectMakeWithPoints(ZTPoint p1, ZTPoint p2) {

@@ -7,6 +7,10 @@
 
 #include "zentrel/geometry/rect.h"
 
+// The rect with its raw fields moved in by four amounts: (x + left, y + top, width - left -
+// right, height - top - bottom). Amounts are in that order: left, top, right, bottom.
+ZTRect ZTRectInset(ZTRect rect, double left, double top, double right, double bottom);
+
 // (midX, midY).
 ZTPoint ZTRectGetCenterPoint(ZTRect rect);
 // Origin at the smaller coordinates, size the absolute differences.
