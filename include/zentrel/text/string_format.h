@@ -262,7 +262,10 @@ bool extract(const void* value, Want want, Extracted& out) {
       }
       return false;
     case Want::Unsigned:
-      if constexpr (std::is_integral_v<U>) {
+      if constexpr (std::is_same_v<U, bool>) {
+        out.u = v ? 1 : 0;
+        return true;
+      } else if constexpr (std::is_integral_v<U>) {
         out.u = static_cast<unsigned long long>(static_cast<std::make_unsigned_t<U>>(v));
         return true;
       } else if constexpr (std::is_enum_v<U>) {
