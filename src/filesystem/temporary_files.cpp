@@ -20,8 +20,10 @@ std::string ZTTempName(std::string_view directory, std::string_view suffix) {
   // The descriptor is deliberately kept open: the name was reserved by this process.
   const bool usable = zt::fs_internal::usablePath(templatePath) && suffix.find('/') == std::string_view::npos;
   if (!usable || ::mkostemps(writable.data(), static_cast<int>(suffix.size()), O_CLOEXEC) == -1) {
+    // The name was not created here, so nothing is deleted; the (possibly filled-in) template is
+    // answered as it stands.
     ZTLogf("*** WARNING ZTTempName: can't create file at path %s", writable.data());
-    return templatePath;
+    return std::string(writable.data());
   }
   const std::string path(writable.data());
   ::unlink(path.c_str());

@@ -4,7 +4,7 @@
 //
 // The first group is the everyday path vocabulary (last component, extension, joining) with the
 // classic rules: "/" separates components, a trailing "/" is ignored where a component is asked
-// for, and nothing here touches the file system. The second group normalizes and compares paths
+// for, and only stringByStandardizingPath and the comparisons look at the file system. The second group normalizes and compares paths
 // (see ZTNormalizePath in paths.h for the normal form).
 //
 // All functions are pure, reentrant and may be called from any thread. They work on bytes, so a
@@ -15,6 +15,18 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+// Options of stringByNormalizingPathWithOptions. The beginning of the path is always normalized as
+// ZTNormalizeBeginingOfPath does.
+enum ZTPathNormalizationOptions : unsigned {
+  // The result ends with exactly one "/".
+  ZTPathNormalizationAddTrailingSlash = 2,
+  // Symbolic links are resolved in the longest leading part of the path that exists, so that two
+  // spellings of one folder compare equal (this reads the file system).
+  ZTPathNormalizationResolveSymbolicLinks = 4,
+  // The form every comparison below uses.
+  ZTPathNormalizationForComparison = ZTPathNormalizationAddTrailingSlash | ZTPathNormalizationResolveSymbolicLinks,
+};
 
 namespace zt {
 
@@ -57,17 +69,6 @@ std::string stringByPrependingSlashToPath(std::string_view path);
 // Appends "/" unless the path already ends with one; "" -> "/".
 std::string stringByAppendingSlashToPath(std::string_view path);
 
-// Options of stringByNormalizingPathWithOptions. The beginning of the path is always normalized as
-// ZTNormalizeBeginingOfPath does.
-enum ZTPathNormalizationOptions : unsigned {
-  // The result ends with exactly one "/".
-  ZTPathNormalizationAddTrailingSlash = 2,
-  // Symbolic links are resolved in the longest leading part of the path that exists, so that two
-  // spellings of one folder compare equal. This is the only option that reads the file system.
-  ZTPathNormalizationResolveSymbolicLinks = 4,
-  // The form every comparison below uses.
-  ZTPathNormalizationForComparison = ZTPathNormalizationAddTrailingSlash | ZTPathNormalizationResolveSymbolicLinks,
-};
 std::string stringByNormalizingPathWithOptions(std::string_view path, unsigned options);
 // stringByNormalizingPathWithOptions with ZTPathNormalizationAddTrailingSlash when the flag is true,
 // else with no option.

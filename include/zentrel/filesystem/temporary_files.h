@@ -11,7 +11,7 @@
 // replaced by random characters (the suffix kept), then deleted, and its path returned. An empty
 // directory means the temporary folder, an empty suffix means none. When the file cannot be
 // created the line "*** WARNING ZTTempName: can't create file at path <template>" is logged and the
-// unfilled template is returned. The creation's descriptor stays open (close-on-exec).
+// template is returned as it stands (nothing is deleted). The creation's descriptor stays open (close-on-exec).
 std::string ZTTempName(std::string_view directory, std::string_view suffix);
 // "<temporary folder>/<new UUID>" plus "." and the extension when it is not empty. Creates nothing.
 std::string ZTTemporaryFilePathWithExtension(std::string_view extension);
