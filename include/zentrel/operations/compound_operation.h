@@ -1,0 +1,92 @@
+#pragma once
+// ZTCompoundConcurrentOperation: runs a set of operations on a private ZTOperationQueue (default
+// limit of 5 at once, priority order) and finishes when that queue has drained. Member failures do
+// not fail it: it always finishes as a success — calling its completion handler — unless it was
+// cancelled, in which case its cancellation handler runs instead.
+//
+// The private queue runs on the compound operation's worker thread, or, when it has none, on a
+// thread spawned for it ("Compound Operation (0x...) Worker Thread") and cancelled when the compound
+// operation completes.
+//
+// Option ZTCompoundOperationWaitUntilFinishedAndCompletionHandlersAreCalled: finish only after every
+// member's own completion block has returned. The waiting happens on ZTDispatchQueue::global(),
+// never on a worker thread. Without it the completion handler may run before the last member's
+// completion block.
+//
+// cancel() cancels every member. Destroying a compound operation disposes of its queue (which waits
+// up to 60 seconds for members still running) — release it only once it has finished.
+//
+// ZTMutableCompoundConcurrentOperation may be created empty and accepts more members until it
+// starts executing; additions after that are ignored (and never run).
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "zentrel/operations/concurrent_operation.h"
+
+class ZTOperationQueue;
+class ZTNotificationObserver;
+
+inline constexpr std::uint64_t ZTCompoundOperationWaitUntilFinishedAndCompletionHandlersAreCalled = 1;
+
+class ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
+ public:
+  using CompletionHandler = std::function<void(ZTCompoundConcurrentOperation& operation)>;
+
+  // nullptr when the completion handler is empty, the member list is empty, or the worker thread is
+  // unusable (see ZTConcurrentOperation).
+  static std::shared_ptr<ZTCompoundConcurrentOperation> create(std::vector<std::shared_ptr<ZTOperation>> operations,
+                                                               std::uint64_t options,
+                                                               std::shared_ptr<ZTThread> workerThread,
+                                                               Handler startHandler, Handler cancellationHandler,
+                                                               CompletionHandler completionHandler);
+
+  // Use create(); public only for std::make_shared.
+  ZTCompoundConcurrentOperation(std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
+                                std::shared_ptr<ZTThread> workerThread, Handler startHandler,
+                                Handler cancellationHandler, CompletionHandler completionHandler);
+  ~ZTCompoundConcurrentOperation() override;
+
+  void main() override;
+  void cancel() override;
+
+  std::vector<std::shared_ptr<ZTOperation>> operations() const;
+  std::uint64_t options() const { return options_; }
+  bool waitUntilFinishedAndCompletionHandlersAreCalled() const {
+    return (options_ & ZTCompoundOperationWaitUntilFinishedAndCompletionHandlersAreCalled) != 0;
+  }
+  // The private queue; null before the operation has started.
+  std::shared_ptr<ZTOperationQueue> operationQueue() const;
+
+ protected:
+  void completeOperation() override;
+  void finish();
+  void cancelOperationQueueSpawnedThreadIfNeeded();
+  void handleConcurrentOperationQueueDidBecameEmptyNotification();
+
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<ZTOperation>> operations_;  // guarded by mutex_
+  std::shared_ptr<ZTOperationQueue> operationQueue_;      // guarded by mutex_; set once started
+
+ private:
+  const std::uint64_t options_;
+  CompletionHandler completionHandler_;
+  std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_;  // guarded by mutex_
+};
+
+class ZTMutableCompoundConcurrentOperation : public ZTCompoundConcurrentOperation {
+ public:
+  // As the base's create(), but an empty member list is accepted.
+  static std::shared_ptr<ZTMutableCompoundConcurrentOperation> create(
+      std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
+      std::shared_ptr<ZTThread> workerThread, Handler startHandler, Handler cancellationHandler,
+      CompletionHandler completionHandler);
+  using ZTCompoundConcurrentOperation::ZTCompoundConcurrentOperation;
+
+  // Ignored (null, or once the operation executes).
+  void addOperation(const std::shared_ptr<ZTOperation>& operation);
+  void addOperations(const std::vector<std::shared_ptr<ZTOperation>>& operations);
+};

@@ -1,0 +1,122 @@
+#pragma once
+// ZTOperationQueue: runs operations (any ZTOperation, typically ZTConcurrentOperation subclasses)
+// in priority order, at most maxConcurrentOperationCount() at once (default 5), starting each one
+// on the queue's worker thread, which must run its run loop (a ZTThreadWithRunLoop does).
+//
+// Order: a higher priority starts first. Among operations of equal priority a newcomer is placed
+// where a binary search of the ready list first meets an operation of its priority — so with one
+// waiting operation of equal priority the newcomer goes first. This is deliberate; do not rely on
+// first-in-first-out order among equals.
+//
+// The queue learns about readiness and completion by observing each operation's "isReady" and
+// "isFinished". When its last operation finishes it posts ZTOperationQueueDidBecameEmptyNotification
+// (object: the queue) on the default notification centre, synchronously, on the thread that
+// finished that operation — once per transition to empty.
+//
+// dispose() cancels everything and waits up to 60 seconds for executing operations to finish; an
+// executing ZTConcurrentOperation whose worker thread is the calling thread is not waited for (it
+// could only finish on the thread that is about to wait). After dispose() nothing is added or started.
+//
+// Threads: every function may be called from any thread. start() of an operation never runs on
+// the thread that added it, unless that is the worker thread, and then on a later run-loop turn.
+// Ownership: the queue holds the operations it has not yet seen finish; observations hold the
+// queue weakly. Operations queued for starting stay alive until started, even if the queue is gone.
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "zentrel/platform/operation.h"
+#include "zentrel/platform/thread.h"
+
+inline constexpr const char* ZTOperationQueueDidBecameEmptyNotification = "ZTOperationQueueDidBecameEmptyNotification";
+
+enum class ZTComparisonResult { OrderedAscending = -1, OrderedSame = 0, OrderedDescending = 1 };
+
+// The order of the ready list: ascending when a has the higher priority (a runs first).
+ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperation& b);
+
+namespace zt::detail {
+class ReadyOperations;
+struct PendingStarts;
+}  // namespace zt::detail
+
+class ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
+ public:
+  // nullptr for a null thread. The queue does not check the thread's state.
+  static std::shared_ptr<ZTOperationQueue> create(std::shared_ptr<ZTThread> workerThread);
+  ~ZTOperationQueue();
+  ZTOperationQueue(const ZTOperationQueue&) = delete;
+  ZTOperationQueue& operator=(const ZTOperationQueue&) = delete;
+
+  // Null, finished and executing operations are skipped; an operation already waiting here is not
+  // added twice. Does nothing after dispose().
+  void addOperation(const std::shared_ptr<ZTOperation>& operation);
+  void addOperations(const std::vector<std::shared_ptr<ZTOperation>>& operations);
+
+  // Cancels executing and waiting operations; they still leave through their own completion.
+  void cancelAllOperations();
+  // Cancels only waiting operations; executing ones run to their end.
+  void cancelAllButFinishRunningOperations();
+  // See above. Only the first call does anything.
+  void dispose();
+  bool isDisposed() const;
+
+  std::int64_t maxConcurrentOperationCount() const;
+  // A value below 1 stores 5. Raising the limit starts nothing by itself; the next addition,
+  // readiness change or completion does.
+  void setMaxConcurrentOperationCount(std::int64_t count);
+
+  bool isSuspended() const;
+  // Resuming starts waiting operations up to the limit at once.
+  void setSuspended(bool suspended);
+
+  std::string name() const;
+  void setName(std::string name);
+  std::shared_ptr<ZTThread> workerThread() const { return workerThread_; }
+
+  // Executing + ready + not ready.
+  std::int64_t operationsCount() const;
+  // Executing operations, then ready ones in starting order, then those not ready.
+  std::vector<std::shared_ptr<ZTOperation>> operations() const;
+  std::vector<std::shared_ptr<ZTOperation>> executingOperations() const;
+
+  // "<ZTOperationQueue: 0x...; name = ...; maxConcurrentOperationCount = 5; operations = (...)>"
+  std::string description() const;
+
+ private:
+  explicit ZTOperationQueue(std::shared_ptr<ZTThread> workerThread);
+  using OperationPointer = std::shared_ptr<ZTOperation>;
+
+  void startNextOperationIfPossible();
+  void startObservingOperationProperties(const OperationPointer& operation);
+  void stopObservingOperationProperties(ZTOperation* operation);
+  void handleOperationIsReadyPropertyChange(ZTOperation& operation);
+  void handleOperationIsFinishedPropertyChange(ZTOperation& operation);
+  void cancelAllOperationsInCollections(bool includeExecuting, bool stopObservingExecutingOperations);
+  std::int64_t operationsCountLocked() const;
+  void insertReady(const OperationPointer& operation);
+
+  mutable std::recursive_mutex monitor_;
+  std::int64_t maxConcurrentOperationCount_ = 5;  // guarded by monitor_
+  bool suspended_ = false;                        // guarded by monitor_
+  bool disposed_ = false;                         // guarded by monitor_
+  std::string name_;                              // guarded by monitor_
+  const std::shared_ptr<ZTThread> workerThread_;
+  std::unique_ptr<zt::detail::ReadyOperations> readyOperations_;                        // guarded by monitor_
+  std::unordered_set<const ZTOperation*> readyOperationsIndex_;                         // guarded by monitor_
+  std::unordered_map<const ZTOperation*, OperationPointer> notReadyOperationsSet_;      // guarded by monitor_
+  std::unordered_map<const ZTOperation*, OperationPointer> executingOperationsSet_;     // guarded by monitor_
+  std::shared_ptr<zt::detail::PendingStarts> pendingStarts_;
+
+  mutable std::mutex observingMutex_;
+  struct Observed {
+    std::weak_ptr<ZTOperation> operation;
+    std::shared_ptr<ZTOperationObservation> observation;
+  };
+  std::unordered_map<const ZTOperation*, Observed> observingOperationsSet_;  // guarded by observingMutex_
+};

@@ -1,0 +1,206 @@
+#include "zentrel/operations/concurrent_operation.h"
+
+#include "zentrel/operations/cross_thread_calls.h"
+#include "zentrel/operations/thread_with_run_loop.h"
+#include "zentrel/platform/debug_name.h"
+#include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/log.h"
+
+ZTConcurrentOperation::ZTConcurrentOperation(std::shared_ptr<ZTThread> workerThread, Handler startHandler,
+                                             Handler cancellationHandler, FailureHandler failureHandler)
+    : workerThread_(std::move(workerThread)),
+      startHandler_(std::move(startHandler)),
+      cancellationHandler_(std::move(cancellationHandler)),
+      failureHandler_(std::move(failureHandler)) {}
+
+ZTConcurrentOperation::ZTConcurrentOperation(SpawnedWorkerThread, Handler startHandler, Handler cancellationHandler,
+                                             FailureHandler failureHandler)
+    : ZTConcurrentOperation(nullptr, std::move(startHandler), std::move(cancellationHandler),
+                            std::move(failureHandler)) {
+  spawnsWorkerThread_ = true;
+}
+
+ZTConcurrentOperation::~ZTConcurrentOperation() {
+  if (cancelsWorkerThreadOnCompletion_.load() && workerThread_) workerThread_->cancel();
+}
+
+bool ZTConcurrentOperation::completeInitialization() {
+  if (spawnsWorkerThread_) {
+    // Spawned here rather than in the constructor, so that the name carries the final class.
+    workerThread_ = ZTThreadWithRunLoop::spawnThreadWithNameProviderObject(this);
+  }
+  if (workerThread_) {
+    if (!workerThread_->isExecuting() || workerThread_->isCancelled()) {
+      ZTLog("ERROR: Unable to initialize async operation. Thread is not executing or is cancelled.");
+      return false;
+    }
+    if (workerThread_->isMain()) {
+      ZTLog("ERROR: Trying to use main thread as worker thread. This may lead to deadlocks.");
+      return false;
+    }
+  }
+  if (spawnsWorkerThread_) cancelsWorkerThreadOnCompletion_.store(true);
+  return true;
+}
+
+bool ZTConcurrentOperation::isOnWorkerThread() const {
+  return !workerThread_ || workerThread_->runLoop()->isCurrent();
+}
+
+void ZTConcurrentOperation::performOnWorkerThread(std::function<void(ZTConcurrentOperation&)> call) {
+  verifyWorkerThreadIsInValidState();
+  auto self = std::static_pointer_cast<ZTConcurrentOperation>(shared_from_this());
+  zt::performBlock([self = std::move(self), call = std::move(call)] { call(*self); }, workerThread_);
+}
+
+void ZTConcurrentOperation::start() {
+  checkInvalidDependentOperationsHandling();
+  if (checkIfCancelledAndCompleteOperation()) return;
+  wasStarted_.store(true, std::memory_order_release);
+  if (startClaimed_.exchange(true, std::memory_order_acq_rel)) return;
+  if (isFinished() || isExecuting()) return;
+  setExecuting(true);
+  if (!workerThread_) {
+    doMain();
+    return;
+  }
+  performOnWorkerThread([](ZTConcurrentOperation& operation) { operation.doMain(); });
+}
+
+void ZTConcurrentOperation::doMain() {
+  if (checkIfCancelledAndCompleteOperation()) return;
+  if (startHandler_) startHandler_(*this);
+  if (checkIfCancelledAndCompleteOperation()) return;
+  if (!shouldHandleExceptions_) {
+    main();
+    return;
+  }
+  try {
+    main();
+  } catch (...) {
+    // Deliberately discarded: a subclass that can throw finishes the operation itself.
+  }
+}
+
+void ZTConcurrentOperation::main() {
+  throw ZTInternalInconsistencyException(ZTAbstractMethodReason("main", ZTDebugClassNameForObject(this)));
+}
+
+bool ZTConcurrentOperation::checkIfCancelledAndCompleteOperation() {
+  if (!isCancelled()) return false;
+  if (!isOnWorkerThread()) {
+    performOnWorkerThread([](ZTConcurrentOperation& operation) {
+      operation.callCancellationHandlerAndComlpeteOperation();
+    });
+    return true;
+  }
+  callCancellationHandlerAndComlpeteOperation();
+  return true;
+}
+
+void ZTConcurrentOperation::callCancellationHandlerAndComlpeteOperation() {
+  if (isFinished() || !claimCompletion()) return;
+  if (cancellationHandler_) cancellationHandler_(*this);
+  completeOperation();
+}
+
+void ZTConcurrentOperation::finishWithFinalizationHandler(FinalizationHandler finalizationHandler,
+                                                          SuccessHandler successHandler,
+                                                          std::optional<ZTError> error) {
+  if (isFinished()) return;
+  if (!isOnWorkerThread()) {
+    performOnWorkerThread([finalizationHandler = std::move(finalizationHandler),
+                           successHandler = std::move(successHandler),
+                           error = std::move(error)](ZTConcurrentOperation& operation) mutable {
+      operation.finishWithFinalizationHandler(std::move(finalizationHandler), std::move(successHandler),
+                                              std::move(error));
+    });
+    return;
+  }
+  // A cancelled operation that never started is completed by start(), which finds it cancelled.
+  if (isCancelled() && !wasStarted()) return;
+  if (!claimCompletion()) return;
+  if (isCancelled()) {
+    if (cancellationHandler_) cancellationHandler_(*this);
+  } else {
+    if (finalizationHandler && !error) finalizationHandler(error);
+    if (error) {
+      if (failureHandler_) failureHandler_(*this, *error);
+    } else if (successHandler) {
+      successHandler();
+    }
+  }
+  completeOperation();
+}
+
+void ZTConcurrentOperation::finishWithError(std::optional<ZTError> error) {
+  if (!error) error = ZTError(ZTCocoaErrorDomain, -1);
+  finishWithFinalizationHandler(nullptr, nullptr, std::move(error));
+}
+
+void ZTConcurrentOperation::finishAfterCancellation() { finishWithFinalizationHandler(nullptr, nullptr, std::nullopt); }
+
+void ZTConcurrentOperation::finishWithSuccessHandler(SuccessHandler successHandler) {
+  finishWithSuccessHandler(std::move(successHandler), std::nullopt);
+}
+
+void ZTConcurrentOperation::finishWithSuccessHandler(SuccessHandler successHandler, std::optional<ZTError> error) {
+  finishWithFinalizationHandler(nullptr, std::move(successHandler), std::move(error));
+}
+
+void ZTConcurrentOperation::addDependencies(const std::vector<std::shared_ptr<ZTOperation>>& operations) {
+  for (const auto& operation : operations) addDependency(operation);
+}
+
+void ZTConcurrentOperation::completeOperation() {
+  setExecuting(false);
+  setFinished(true);
+}
+
+bool ZTConcurrentOperation::isExecuting() const {
+  std::lock_guard lock(readingExecutingLock_);
+  return executing_;
+}
+
+bool ZTConcurrentOperation::isFinished() const {
+  std::lock_guard lock(readingFinishedLock_);
+  return finished_;
+}
+
+void ZTConcurrentOperation::setExecuting(bool executing) {
+  std::lock_guard changing(changingExecutingLock_);
+  {
+    std::lock_guard reading(readingExecutingLock_);
+    if (executing_ == executing) return;
+  }
+  willChangeValueForKey(ZTOperationIsExecutingKey);
+  {
+    std::lock_guard reading(readingExecutingLock_);
+    executing_ = executing;
+  }
+  didChangeValueForKey(ZTOperationIsExecutingKey);
+}
+
+void ZTConcurrentOperation::setFinished(bool finished) {
+  std::lock_guard changing(changingFinishedLock_);
+  {
+    std::lock_guard reading(readingFinishedLock_);
+    if (finished_ == finished) return;
+  }
+  willChangeValueForKey(ZTOperationIsFinishedKey);
+  {
+    std::lock_guard reading(readingFinishedLock_);
+    finished_ = finished;
+  }
+  didChangeValueForKey(ZTOperationIsFinishedKey);
+}
+
+std::shared_ptr<void> ZTConcurrentOperation::userInfo() const {
+  std::lock_guard lock(userInfoMutex_);
+  return userInfo_;
+}
+
+void ZTConcurrentOperation::setUserInfo(std::shared_ptr<void> userInfo) {
+  std::lock_guard lock(userInfoMutex_);
+  userInfo_ = std::move(userInfo);
+}

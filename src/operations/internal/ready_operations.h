@@ -1,0 +1,168 @@
+#pragma once
+// The ready list of ZTOperationQueue: operations sorted by priority, highest first, where a new
+// operation goes where a binary search over the whole list first meets an operation of its own
+// priority (so among equals it lands in front of the probed one, not behind all of them).
+//
+// Priorities take five values, so the list is five runs; each run is a chunked sequence, which
+// keeps insertion in the middle and removal at the front cheap however long the list grows.
+// Not thread-safe: the queue guards it with its monitor.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "zentrel/platform/operation.h"
+
+namespace zt::detail {
+
+template <class T>
+class ChunkedSequence {
+ public:
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+
+  void insert(std::size_t index, T value) {
+    if (blocks_.empty()) blocks_.emplace_back();
+    std::size_t block = 0;
+    while (block + 1 < blocks_.size() && index > blocks_[block].size()) index -= blocks_[block++].size();
+    auto& items = blocks_[block];
+    items.insert(items.begin() + static_cast<std::ptrdiff_t>(index), std::move(value));
+    ++size_;
+    if (items.size() > kBlockSize) {
+      std::vector<T> upper(std::make_move_iterator(items.begin() + kBlockSize / 2),
+                           std::make_move_iterator(items.end()));
+      items.resize(kBlockSize / 2);
+      blocks_.insert(blocks_.begin() + static_cast<std::ptrdiff_t>(block) + 1, std::move(upper));
+    }
+  }
+
+  const T& front() const { return blocks_.front().front(); }
+
+  T popFront() {
+    auto& items = blocks_.front();
+    T value = std::move(items.front());
+    items.erase(items.begin());
+    if (items.empty()) blocks_.erase(blocks_.begin());
+    --size_;
+    return value;
+  }
+
+  // Removes the first element equal to value; false when there is none.
+  template <class U>
+  bool remove(const U& value) {
+    for (std::size_t block = 0; block < blocks_.size(); ++block) {
+      auto& items = blocks_[block];
+      for (auto it = items.begin(); it != items.end(); ++it) {
+        if (*it != value) continue;
+        items.erase(it);
+        if (items.empty()) blocks_.erase(blocks_.begin() + static_cast<std::ptrdiff_t>(block));
+        --size_;
+        return true;
+      }
+    }
+    return false;
+  }
+
+  template <class F>
+  void forEach(F&& f) const {
+    for (const auto& items : blocks_)
+      for (const auto& item : items) f(item);
+  }
+
+  void clear() {
+    blocks_.clear();
+    size_ = 0;
+  }
+
+ private:
+  static constexpr std::size_t kBlockSize = 256;
+  std::vector<std::vector<T>> blocks_;
+  std::size_t size_ = 0;
+};
+
+class ReadyOperations {
+ public:
+  using Pointer = std::shared_ptr<ZTOperation>;
+
+  std::size_t size() const {
+    std::size_t total = 0;
+    for (const auto& run : runs_) total += run.size();
+    return total;
+  }
+  bool empty() const { return size() == 0; }
+
+  // Returns the index at which the operation was inserted.
+  std::size_t insert(Pointer operation) {
+    const std::size_t run = runIndex(operation->queuePriority());
+    std::size_t runStart = 0;
+    for (std::size_t i = 0; i < run; ++i) runStart += runs_[i].size();
+    const std::size_t runEnd = runStart + runs_[run].size();
+    // The binary search: an element before the run sorts first, one after it sorts last, and the
+    // first probe inside the run is where the new operation goes.
+    std::size_t lo = 0;
+    std::size_t n = size();
+    while (n > 0) {
+      const std::size_t mid = lo + n / 2;
+      if (mid < runStart) {
+        lo = mid + 1;
+        n = n - n / 2 - 1;
+      } else if (mid >= runEnd) {
+        n = n / 2;
+      } else {
+        lo = mid;
+        break;
+      }
+    }
+    if (lo < runStart) lo = runStart;  // only when the run is empty and the search ran off its left
+    runs_[run].insert(lo - runStart, Entry{std::move(operation)});
+    return lo;
+  }
+
+  const Pointer& front() const {
+    for (const auto& run : runs_)
+      if (!run.empty()) return run.front().operation;
+    static const Pointer none;
+    return none;
+  }
+
+  Pointer popFront() {
+    for (auto& run : runs_)
+      if (!run.empty()) return run.popFront().operation;
+    return nullptr;
+  }
+
+  bool remove(const ZTOperation* operation) {
+    for (auto& run : runs_)
+      if (run.remove(operation)) return true;
+    return false;
+  }
+
+  template <class F>
+  void forEach(F&& f) const {
+    for (const auto& run : runs_) run.forEach([&](const Entry& entry) { f(entry.operation); });
+  }
+
+  void clear() {
+    for (auto& run : runs_) run.clear();
+  }
+
+  // Highest priority first.
+  static std::size_t runIndex(std::int64_t priority) {
+    if (priority >= ZTOperationQueuePriorityVeryHigh) return 0;
+    if (priority >= ZTOperationQueuePriorityHigh) return 1;
+    if (priority >= ZTOperationQueuePriorityNormal) return 2;
+    if (priority >= ZTOperationQueuePriorityLow) return 3;
+    return 4;
+  }
+
+ private:
+  struct Entry {
+    Pointer operation;
+    friend bool operator!=(const Entry& entry, const ZTOperation* other) { return entry.operation.get() != other; }
+  };
+  std::array<ChunkedSequence<Entry>, 5> runs_;
+};
+
+}  // namespace zt::detail
