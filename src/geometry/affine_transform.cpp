@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-ZTAffineTransform ZTAffineTransformMakeTranslation(double tx, double ty) { return {1, 0, 0, 1, tx, ty}; }
-ZTAffineTransform ZTAffineTransformMakeScale(double sx, double sy) { return {sx, 0, 0, sy, 0, 0}; }
 ZTAffineTransform ZTAffineTransformMakeRotation(double radians) {
   const double s = std::sin(radians), c = std::cos(radians);
   return {c, s, -s, c, 0, 0};
@@ -12,15 +10,6 @@ ZTAffineTransform ZTAffineTransformMakeRotation(double radians) {
 
 bool ZTAffineTransformIsIdentity(ZTAffineTransform t) { return t == ZTAffineTransformIdentity; }
 bool ZTAffineTransformEqualToTransform(ZTAffineTransform t1, ZTAffineTransform t2) { return t1 == t2; }
-
-ZTAffineTransform ZTAffineTransformConcat(ZTAffineTransform t1, ZTAffineTransform t2) {
-  return {t1.a * t2.a + t1.b * t2.c,
-          t1.a * t2.b + t1.b * t2.d,
-          t1.c * t2.a + t1.d * t2.c,
-          t1.c * t2.b + t1.d * t2.d,
-          t1.tx * t2.a + t1.ty * t2.c + t2.tx,
-          t1.tx * t2.b + t1.ty * t2.d + t2.ty};
-}
 
 ZTAffineTransform ZTAffineTransformTranslate(ZTAffineTransform t, double tx, double ty) {
   return ZTAffineTransformConcat(ZTAffineTransformMakeTranslation(tx, ty), t);
@@ -41,10 +30,6 @@ ZTAffineTransform ZTAffineTransformInvert(ZTAffineTransform t) {
           t.a / det,
           (t.c * t.ty - t.d * t.tx) / det,
           (t.b * t.tx - t.a * t.ty) / det};
-}
-
-ZTPoint ZTPointApplyAffineTransform(ZTPoint p, ZTAffineTransform t) {
-  return {t.a * p.x + t.c * p.y + t.tx, t.b * p.x + t.d * p.y + t.ty};
 }
 
 ZTSize ZTSizeApplyAffineTransform(ZTSize s, ZTAffineTransform t) {

@@ -6,8 +6,6 @@ namespace {
 constexpr double kInf = std::numeric_limits<double>::infinity();
 }
 
-const ZTEdgeInsets ZTEdgeInsetsNull{kInf, kInf, kInf, kInf};
-
 bool ZTEdgeInsetsIsNull(ZTEdgeInsets i) {
   return i.top == kInf && i.left == kInf && i.bottom == kInf && i.right == kInf;
 }

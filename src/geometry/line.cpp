@@ -9,9 +9,6 @@ namespace {
 constexpr double kInf = std::numeric_limits<double>::infinity();
 }
 
-const ZTPoint ZTPointNoIntersection{kInf, kInf};
-const ZTLine ZTLineNone{{kInf, kInf}, {kInf, kInf}};
-
 bool ZTPointIsNoIntersection(ZTPoint p) { return p.x == kInf && p.y == kInf; }
 bool ZTLineIsNone(ZTLine l) { return ZTPointIsNoIntersection(l.start) && ZTPointIsNoIntersection(l.end); }
 

@@ -23,15 +23,22 @@ constexpr ZTAffineTransform ZTAffineTransformMake(double a, double b, double c, 
                                                   double ty) {
   return {a, b, c, d, tx, ty};
 }
-ZTAffineTransform ZTAffineTransformMakeTranslation(double tx, double ty);
-ZTAffineTransform ZTAffineTransformMakeScale(double sx, double sy);
+constexpr ZTAffineTransform ZTAffineTransformMakeTranslation(double tx, double ty) { return {1, 0, 0, 1, tx, ty}; }
+constexpr ZTAffineTransform ZTAffineTransformMakeScale(double sx, double sy) { return {sx, 0, 0, sy, 0, 0}; }
 ZTAffineTransform ZTAffineTransformMakeRotation(double radians);
 
 bool ZTAffineTransformIsIdentity(ZTAffineTransform t);
 bool ZTAffineTransformEqualToTransform(ZTAffineTransform t1, ZTAffineTransform t2);
 
 // t1 first, then t2.
-ZTAffineTransform ZTAffineTransformConcat(ZTAffineTransform t1, ZTAffineTransform t2);
+constexpr ZTAffineTransform ZTAffineTransformConcat(ZTAffineTransform t1, ZTAffineTransform t2) {
+  return {t1.a * t2.a + t1.b * t2.c,
+          t1.a * t2.b + t1.b * t2.d,
+          t1.c * t2.a + t1.d * t2.c,
+          t1.c * t2.b + t1.d * t2.d,
+          t1.tx * t2.a + t1.ty * t2.c + t2.tx,
+          t1.tx * t2.b + t1.ty * t2.d + t2.ty};
+}
 // The step first, then t.
 ZTAffineTransform ZTAffineTransformTranslate(ZTAffineTransform t, double tx, double ty);
 ZTAffineTransform ZTAffineTransformScale(ZTAffineTransform t, double sx, double sy);
@@ -40,7 +47,9 @@ ZTAffineTransform ZTAffineTransformRotate(ZTAffineTransform t, double radians);
 // test with ZTAffineTransformIsSingular first when that matters.
 ZTAffineTransform ZTAffineTransformInvert(ZTAffineTransform t);
 
-ZTPoint ZTPointApplyAffineTransform(ZTPoint point, ZTAffineTransform t);
+constexpr ZTPoint ZTPointApplyAffineTransform(ZTPoint p, ZTAffineTransform t) {
+  return {t.a * p.x + t.c * p.y + t.tx, t.b * p.x + t.d * p.y + t.ty};
+}
 // Applies only the linear part (a vector has no position).
 ZTSize ZTSizeApplyAffineTransform(ZTSize size, ZTAffineTransform t);
 // The bounding box of the four transformed corners. Null and infinite rects come back unchanged.

@@ -3,6 +3,8 @@
 // Insets whose four fields are all +infinity are the null insets, ZTEdgeInsetsNull, meaning "no
 // insets known". Pure functions, callable from any thread.
 
+#include <cmath>
+
 #include "zentrel/geometry/rect.h"
 
 struct ZTEdgeInsets {
@@ -14,7 +16,7 @@ struct ZTEdgeInsets {
 };
 
 inline constexpr ZTEdgeInsets ZTEdgeInsetsZero{0, 0, 0, 0};
-extern const ZTEdgeInsets ZTEdgeInsetsNull;
+inline constexpr ZTEdgeInsets ZTEdgeInsetsNull{HUGE_VAL, HUGE_VAL, HUGE_VAL, HUGE_VAL};  // +infinity
 
 constexpr ZTEdgeInsets ZTEdgeInsetsMake(double top, double left, double bottom, double right) {
   return {top, left, bottom, right};

@@ -8,6 +8,8 @@
 //
 // Pure functions, callable from any thread.
 
+#include <limits>
+
 #include "zentrel/geometry/affine_transform.h"
 
 struct ZTLine {
@@ -16,8 +18,9 @@ struct ZTLine {
   friend constexpr bool operator==(const ZTLine&, const ZTLine&) = default;
 };
 
-extern const ZTPoint ZTPointNoIntersection;
-extern const ZTLine ZTLineNone;
+inline constexpr ZTPoint ZTPointNoIntersection{std::numeric_limits<double>::infinity(),
+                                               std::numeric_limits<double>::infinity()};
+inline constexpr ZTLine ZTLineNone{ZTPointNoIntersection, ZTPointNoIntersection};
 
 constexpr ZTLine ZTLineMake(ZTPoint start, ZTPoint end) { return {start, end}; }
 // True for a point whose coordinates are both +infinity.
