@@ -23,7 +23,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <list>
 #include <memory>
 #include <mutex>
 #include <unordered_map>
@@ -73,14 +72,12 @@ class ZTCacheDictionary {
     if (!object) throw ZTInternalInconsistencyException("A cache dictionary cannot store a null object.");
     std::lock_guard lock(mutex_);
     willSetObject(object, key);
-    auto found = entries_.find(key);
-    if (found == entries_.end()) {
-      queue_.push_back(key);
-      entries_.emplace(key, Entry{object, std::prev(queue_.end())});
-    } else {
-      queue_.splice(queue_.end(), queue_, found->second.position);
-      found->second.object = object;
-    }
+    auto [found, inserted] = entries_.try_emplace(key);
+    Entry& entry = found->second;
+    if (inserted) entry.key = &found->first;
+    else unlink(entry);
+    entry.object = object;
+    linkAsNewest(entry);
     didSetObject(object, key);
   }
 
@@ -89,7 +86,10 @@ class ZTCacheDictionary {
     std::lock_guard lock(mutex_);
     auto found = entries_.find(key);
     if (found == entries_.end()) return nullptr;
-    if (refreshQueue) queue_.splice(queue_.end(), queue_, found->second.position);
+    if (refreshQueue && newest_ != &found->second) {
+      unlink(found->second);
+      linkAsNewest(found->second);
+    }
     return found->second.object;
   }
   ObjectPtr operator[](const Key& key) { return objectForKey(key); }
@@ -102,7 +102,7 @@ class ZTCacheDictionary {
   virtual void removeAllObjects() {
     std::lock_guard lock(mutex_);
     entries_.clear();
-    queue_.clear();
+    oldest_ = newest_ = nullptr;
   }
   // Removes every entry whose object has no owner besides the cache. Entries that survive keep
   // their place in the recency order. The delegate is not told.
@@ -122,7 +122,10 @@ class ZTCacheDictionary {
   // The keys from the least to the most recently used.
   std::vector<Key> keysInRecencyOrder() const {
     std::lock_guard lock(mutex_);
-    return {queue_.begin(), queue_.end()};
+    std::vector<Key> keys;
+    keys.reserve(entries_.size());
+    for (const Entry* entry = oldest_; entry; entry = entry->newer) keys.push_back(*entry->key);
+    return keys;
   }
   std::size_t count() const {
     std::lock_guard lock(mutex_);
@@ -162,12 +165,12 @@ class ZTCacheDictionary {
     return found == entries_.end() ? nullptr : found->second.object;
   }
   // The least recently used key, or null when empty.
-  const Key* oldestKey() const { return queue_.empty() ? nullptr : &queue_.front(); }
+  const Key* oldestKey() const { return oldest_ ? oldest_->key : nullptr; }
   // Calls visit(key, object) from the least recently used entry on while it returns true.
   template <class Visit>
   void visitInRecencyOrder(Visit&& visit) const {
-    for (const Key& key : queue_)
-      if (!visit(key, entries_.at(key).object)) break;
+    for (const Entry* entry = oldest_; entry; entry = entry->newer)
+      if (!visit(*entry->key, entry->object)) break;
   }
   void notifyDelegateWillEvict(const ObjectPtr& object, const Key& key) {
     if (auto delegate = delegate_.lock()) delegate->cacheDictionary(*this, object, key);
@@ -177,7 +180,7 @@ class ZTCacheDictionary {
     auto found = entries_.find(key);
     if (found == entries_.end()) return nullptr;
     ObjectPtr object = std::move(found->second.object);
-    queue_.erase(found->second.position);
+    unlink(found->second);
     entries_.erase(found);
     return object;
   }
@@ -185,26 +188,42 @@ class ZTCacheDictionary {
   // each just before its last reference goes.
   template <class Removed>
   void sweepObjectsRetainedOnlyByCache(Removed&& removed) {
-    for (auto it = queue_.begin(); it != queue_.end();) {
-      auto found = entries_.find(*it);
-      if (found->second.object.use_count() == 1) {
-        removed(found->first, found->second.object);
-        entries_.erase(found);
-        it = queue_.erase(it);
-      } else {
-        ++it;
+    for (Entry* entry = oldest_; entry;) {
+      Entry* next = entry->newer;
+      if (entry->object.use_count() == 1) {
+        removed(*entry->key, entry->object);
+        unlink(*entry);
+        entries_.erase(entries_.find(*entry->key));
       }
+      entry = next;
     }
   }
 
  private:
+  // The recency order is a doubly linked list threaded through the entries themselves (the map's
+  // nodes never move), so a refreshing read touches one entry and its two neighbours.
   struct Entry {
     ObjectPtr object;
-    typename std::list<Key>::iterator position;  // in queue_
+    const Key* key = nullptr;  // the map's own key of this entry
+    Entry* older = nullptr;
+    Entry* newer = nullptr;
   };
+
+  void unlink(Entry& entry) {
+    (entry.older ? entry.older->newer : oldest_) = entry.newer;
+    (entry.newer ? entry.newer->older : newest_) = entry.older;
+    entry.older = entry.newer = nullptr;
+  }
+  void linkAsNewest(Entry& entry) {
+    entry.older = newest_;
+    entry.newer = nullptr;
+    (newest_ ? newest_->newer : oldest_) = &entry;
+    newest_ = &entry;
+  }
 
   mutable std::recursive_mutex mutex_;
   std::unordered_map<Key, Entry> entries_;  // guarded by mutex_
-  std::list<Key> queue_;                    // guarded by mutex_; front = least recently used
+  Entry* oldest_ = nullptr;                 // guarded by mutex_; least recently used
+  Entry* newest_ = nullptr;                 // guarded by mutex_; most recently used
   std::weak_ptr<Delegate> delegate_;        // guarded by mutex_
 };
