@@ -123,7 +123,7 @@ class Engine {
       : format_(format), arguments_(arguments) {}
 
   std::string run() {
-    out_.reserve(format_.size() * 2);
+    out_.reserve(format_.size() * 2 + arguments_.size() * 16);
     std::size_t percent = format_.find('%');
     out_.append(format_.substr(0, percent));
     while (percent != std::string_view::npos) {
@@ -228,15 +228,23 @@ class Engine {
       out_.append(piece.substr(prefix.size()));
       return true;
     };
-    // The order decides: "frame" before "f", "class" before "c", "size" before "s", "point"
-    // before "p", and "lld" only after "d" and "u".
-    if (table("point", Want::Point) || table("size", Want::Size) || table("rect", Want::Rect) ||
-        table("frame", Want::Rect) || table("range", Want::Range) || table("class", Want::ClassName) ||
-        table("@", Want::Object) || table("d", Want::Signed) || table("u", Want::Unsigned) ||
-        table("lld", Want::Signed) || table("f", Want::Double) || table("p", Want::Pointer) ||
-        table("s", Want::Text) || table("c", Want::Character)) {
-      return;
+    // The prefixes in the order that decides between them ("frame" before "f", "class" before
+    // "c", "size" before "s", "point" before "p", "lld" after "d" and "u"): prefixes with different
+    // first characters never compete, so the first character picks the candidates.
+    bool matched = false;
+    switch (piece.front()) {
+      case 'p': matched = table("point", Want::Point) || table("p", Want::Pointer); break;
+      case 's': matched = table("size", Want::Size) || table("s", Want::Text); break;
+      case 'r': matched = table("rect", Want::Rect) || table("range", Want::Range); break;
+      case 'f': matched = table("frame", Want::Rect) || table("f", Want::Double); break;
+      case 'c': matched = table("class", Want::ClassName) || table("c", Want::Character); break;
+      case '@': matched = table("@", Want::Object); break;
+      case 'd': matched = table("d", Want::Signed); break;
+      case 'u': matched = table("u", Want::Unsigned); break;
+      case 'l': matched = table("lld", Want::Signed); break;
+      default: break;
     }
+    if (matched) return;
     printfConversion(piece);
   }
 

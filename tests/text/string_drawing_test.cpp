@@ -5,9 +5,12 @@
 #include <cmath>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <cairo.h>
 
+#include "zentrel/text/character_set.h"
 #include "zentrel/text/string_utilities.h"
 
 namespace {
@@ -221,6 +224,26 @@ TEST(Drawing, InkStaysInTheRectangleAndFollowsTheAlignment) {
     EXPECT_FALSE(canvas.inked(0, static_cast<int>(std::ceil(font->lineHeight() * 2)), 200, 200));
   }
   EXPECT_EQ(ztDrawInRect("x", nullptr, ZTRect{{0, 0}, {10, 10}}, font, ZTLineBreakMode::ByClipping).width, 0);
+}
+
+TEST(Concurrency, OneFontAndTheSharedSetsServeManyThreads) {
+  auto font = testFont();
+  std::string line;
+  for (int i = 0; i < 8; ++i) line += "Concurrent text 😀 measured. ";
+  const std::string expected = stringByBreakToWidth(line, 120, ZTLineBreakMode::ByTruncatingTail, font);
+  std::vector<std::thread> threads;
+  std::vector<int> mismatches(4, 0);
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 20; ++i) {
+        if (stringByBreakToWidth(line, 120, ZTLineBreakMode::ByTruncatingTail, font) != expected) ++mismatches[t];
+        if (!emojiCharacterSet().contains(U'😀')) ++mismatches[t];
+        if (trim("  x ") != "x") ++mismatches[t];
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  for (int m : mismatches) EXPECT_EQ(m, 0);
 }
 
 }  // namespace
