@@ -1,5 +1,7 @@
 #include "zentrel/filesystem/path_strings.h"
 
+#include <sys/stat.h>
+
 #include <climits>
 #include <cstdlib>
 
@@ -30,24 +32,37 @@ std::string collapseSlashes(std::string_view path) {
   return out;
 }
 
-// Resolves symbolic links in the longest leading part of an absolute path that exists.
+// Resolves symbolic links in the longest leading part of an absolute path that exists. Walks
+// down from the root with one lstat per component and stops at the first missing one, so a path
+// that does not exist costs a few system calls, not one resolution per ancestor.
 std::string resolvingSymbolicLinks(const std::string& path) {
   if (path.empty() || path[0] != '/' || !fs_internal::usablePath(path)) return path;
   const bool trailingSlash = path.size() > 1 && path.back() == '/';
-  std::string head(withoutTrailingSlashes(path));
-  std::string tail;
-  while (true) {
-    char resolved[PATH_MAX];
-    if (::realpath(head.c_str(), resolved) != nullptr) {
-      std::string out = stringByAppendingPathComponent(resolved, tail);
-      if (trailingSlash && out.back() != '/') out.push_back('/');
-      return out;
+  std::string resolved = "/";
+  std::size_t start = 1;
+  while (start < path.size()) {
+    std::size_t end = path.find('/', start);
+    if (end == std::string::npos) end = path.size();
+    if (end == start) {
+      start = end + 1;
+      continue;
     }
-    if (head == "/") return path;
-    const std::string last = lastPathComponent(head);
-    tail = tail.empty() ? last : stringByAppendingPathComponent(last, tail);
-    head = stringByDeletingLastPathComponent(head);
+    std::string candidate = resolved;
+    if (candidate.back() != '/') candidate.push_back('/');
+    candidate.append(path, start, end - start);
+    struct stat st {};
+    if (::lstat(candidate.c_str(), &st) != 0) break;
+    if (S_ISLNK(st.st_mode)) {
+      char target[PATH_MAX];
+      if (::realpath(candidate.c_str(), target) == nullptr) break;  // dangling or looping link
+      candidate = target;
+    }
+    resolved = std::move(candidate);
+    start = end + 1;
   }
+  std::string out = start < path.size() ? stringByAppendingPathComponent(resolved, path.substr(start)) : resolved;
+  if (trailingSlash && out.back() != '/') out.push_back('/');
+  return out;
 }
 
 }  // namespace

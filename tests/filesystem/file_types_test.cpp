@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "filesystem/internal/mime_database.h"
 #include "filesystem/internal/type_registry.h"
 #include "filesystem/support/temp_dir.h"
@@ -229,6 +232,29 @@ TEST(MimeDatabaseLoading, MissingFoldersGiveAnEmptyDatabase) {
   const TypeRegistry registry(empty);
   EXPECT_EQ(registry.identifierForExtension("jpg", false), "public.jpeg");
   EXPECT_TRUE(TypeRegistry::isDynamic(registry.identifierForExtension("odt", false)));
+}
+
+}  // namespace
+
+namespace {
+
+// Shared tables are built on first use from whichever thread gets there first; lookups from many
+// threads at once must agree with each other.
+TEST(FileTypesConcurrency, LookupsFromManyThreadsAgree) {
+  std::vector<std::thread> threads;
+  std::atomic<int> mismatches{0};
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&mismatches] {
+      for (int i = 0; i < 200; ++i) {
+        if (ZTMimeTypeForFileExtension("pdf") != "application/pdf") ++mismatches;
+        if (!ZTIsFileExtensionOfType("jpg", ZTFileTypeImage)) ++mismatches;
+        if (ZTPathExtensionToReadable("png") != "PNG image") ++mismatches;
+        if (!ZTIsPackageFileExtension("pages")) ++mismatches;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(mismatches.load(), 0);
 }
 
 }  // namespace

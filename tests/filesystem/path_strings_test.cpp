@@ -79,6 +79,15 @@ TEST(PathStrings, NormalizationOptions) {
             dir / "real/sub/missing/x");
   EXPECT_EQ(zt::stringByNormalizingPathWithOptions(dir / "link", ZTPathNormalizationForComparison), dir / "real/");
   EXPECT_EQ(zt::stringByNormalizingPathWithOptions("/zt-missing/a", ZTPathNormalizationForComparison), "/zt-missing/a/");
+  // A link to a link resolves fully; a dangling link stays as it is, with what follows it.
+  ASSERT_EQ(::symlink((dir / "link").c_str(), (dir / "link2").c_str()), 0);
+  EXPECT_EQ(zt::stringByNormalizingPathWithOptions(dir / "link2/sub", ZTPathNormalizationResolveSymbolicLinks),
+            dir / "real/sub");
+  ASSERT_EQ(::symlink((dir / "nowhere").c_str(), (dir / "dangling").c_str()), 0);
+  EXPECT_EQ(zt::stringByNormalizingPathWithOptions(dir / "dangling/x", ZTPathNormalizationResolveSymbolicLinks),
+            dir / "dangling/x");
+  EXPECT_EQ(zt::stringByNormalizingPathWithOptions("relative/link", ZTPathNormalizationResolveSymbolicLinks),
+            "relative/link");
 }
 
 TEST(PathStrings, DeletingBeginnings) {

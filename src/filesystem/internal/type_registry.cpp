@@ -136,7 +136,20 @@ const TypeRegistry& TypeRegistry::shared() {
   return registry;
 }
 
-TypeRegistry::TypeRegistry(const MimeDatabase& database) : database_(database) {}
+TypeRegistry::TypeRegistry(const MimeDatabase& database) : database_(database) {
+  for (const WellKnownType& type : kWellKnownTypes) {
+    StringSet ancestors;
+    std::deque<std::string> pending{type.identifier};
+    while (!pending.empty()) {
+      const std::string current = std::move(pending.front());
+      pending.pop_front();
+      for (std::string& parent : parentsOf(current)) {
+        if (parent != type.identifier && ancestors.insert(parent).second) pending.push_back(std::move(parent));
+      }
+    }
+    wellKnownAncestors_.emplace(type.identifier, std::move(ancestors));
+  }
+}
 
 bool TypeRegistry::isDynamic(std::string_view identifier) { return identifier.substr(0, 4) == "dyn."; }
 
@@ -231,6 +244,12 @@ std::vector<std::string> TypeRegistry::parentsOf(const std::string& identifier) 
 bool TypeRegistry::conformsTo(std::string_view identifier, std::string_view target) const {
   if (identifier.empty() || target.empty()) return false;
   if (identifier == target) return true;
+  const auto known = wellKnownAncestors_.find(identifier);
+  if (known != wellKnownAncestors_.end()) return known->second.count(target) != 0;
+  return searchAncestors(identifier, target);
+}
+
+bool TypeRegistry::searchAncestors(std::string_view identifier, std::string_view target) const {
   StringSet seen;
   std::deque<std::string> pending{std::string(identifier)};
   seen.emplace(identifier);
@@ -239,6 +258,11 @@ bool TypeRegistry::conformsTo(std::string_view identifier, std::string_view targ
     pending.pop_front();
     for (std::string& parent : parentsOf(current)) {
       if (parent == target) return true;
+      const auto known = wellKnownAncestors_.find(parent);
+      if (known != wellKnownAncestors_.end()) {
+        if (known->second.count(target) != 0) return true;
+        continue;  // its ancestors are all in the set just checked
+      }
       if (seen.insert(parent).second) pending.push_back(std::move(parent));
     }
   }

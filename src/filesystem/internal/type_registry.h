@@ -40,7 +40,12 @@ class TypeRegistry {
 
  private:
   std::vector<std::string> parentsOf(const std::string& identifier) const;
+  bool searchAncestors(std::string_view identifier, std::string_view target) const;
+
   const MimeDatabase& database_;
+  // Every ancestor of each well-known identifier, computed once, so that the common conformance
+  // questions are one hash probe.
+  StringMap<StringSet> wellKnownAncestors_;
 };
 
 }  // namespace zt::fs_internal
