@@ -165,10 +165,9 @@ bool ZTDispatchQueue::sync(std::function<void()> call) {
 }
 
 void ZTSemaphore::signal() {
-  {
-    std::lock_guard lock(mutex_);
-    ++count_;
-  }
+  // Notify while holding the lock: a waiter may destroy the semaphore as soon as it returns.
+  std::lock_guard lock(mutex_);
+  ++count_;
   condition_.notify_one();
 }
 
