@@ -6,7 +6,8 @@
 //
 // Building rules: every subpath begins with moveToPoint. Drawing (line, curve) without a current
 // point throws ZTInternalInconsistencyException, as that is always a programming error.
-// closeSubpath ends the current subpath; its current point goes back to the subpath's start.
+// closeSubpath ends the current subpath and returns the current point to the subpath's start;
+// on a path with no current point it does nothing.
 
 #include <cstddef>
 #include <functional>
