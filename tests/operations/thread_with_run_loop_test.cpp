@@ -60,7 +60,9 @@ TEST(ThreadWithRunLoop, CallsToCancelledOrEndedThreadsAreDroppedAndWaitsReturn) 
   zt::performBlock([&] { ran = true; }, thread);
   EXPECT_FALSE(ran);
   EXPECT_FALSE(zt::performBlock([&] { ran = true; }, nullptr, true));
-  EXPECT_FALSE(zt::performBlock(std::function<void()>(), ZTThreadWithRunLoop::sharedThread(), true));
+  auto running = ZTThreadWithRunLoop::spawnThread();
+  EXPECT_FALSE(zt::performBlock(std::function<void()>(), running, true));  // an empty call does nothing
+  running->cancel();
 }
 
 TEST(ThreadWithRunLoop, AWaiterIsReleasedWhenTheThreadEndsBeforeRunningItsCall) {
@@ -91,11 +93,17 @@ TEST(ThreadWithRunLoop, AWaitedCallThatThrowsRethrowsInTheCaller) {
 }
 
 TEST(ThreadWithRunLoop, SharedThreadIsNamedAfterTheFirstClassThatAsked) {
-  auto shared = ZTThreadWithRunLoop::sharedThread<ImportWorker>();
-  EXPECT_EQ(shared->name(), "(anonymous namespace)::ImportWorker");
-  EXPECT_EQ(ZTThreadWithRunLoop::sharedThread(), shared);
-  EXPECT_EQ(shared->threadPriority(), 0.5);
-  EXPECT_TRUE(shared->isExecuting());
+  // The shared thread is created once per process, so this runs in a fresh process of its own.
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        auto shared = ZTThreadWithRunLoop::sharedThread<ImportWorker>();
+        const bool named = shared->name() == "(anonymous namespace)::ImportWorker";
+        const bool same = ZTThreadWithRunLoop::sharedThread() == shared;
+        const bool running = shared->isExecuting() && shared->threadPriority() == 0.5;
+        std::_Exit(named && same && running ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ThreadWithRunLoop, SpawnsSubclassesAndNamesWorkersAfterTheirOwner) {
