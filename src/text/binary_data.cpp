@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include <unicode/unistr.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
 
 #include "text/internal/unicode.h"
 #include "zentrel/platform/exceptions.h"
@@ -111,13 +112,23 @@ void appendCStringNT(Bytes& data, std::string_view text) {
 }
 
 void appendUString(Bytes& data, std::string_view text) {
-  const icu::UnicodeString units = internal::toUnicode(text);
-  const std::size_t start = data.size();
-  data.resize(start + 2 * static_cast<std::size_t>(units.length()));
-  for (int32_t i = 0; i < units.length(); ++i) {
-    const char16_t u = units.charAt(i);
-    data[start + 2 * static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(u);
-    data[start + 2 * static_cast<std::size_t>(i) + 1] = static_cast<std::uint8_t>(u >> 8);
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  const std::int64_t length = static_cast<std::int64_t>(text.size());
+  data.reserve(data.size() + 2 * text.size());
+  auto put = [&data](std::uint16_t unit) {
+    data.push_back(static_cast<std::uint8_t>(unit));
+    data.push_back(static_cast<std::uint8_t>(unit >> 8));
+  };
+  for (std::int64_t i = 0; i < length;) {
+    UChar32 c;
+    U8_NEXT(bytes, i, length, c);
+    if (c < 0) c = 0xFFFD;
+    if (c > 0xFFFF) {
+      put(static_cast<std::uint16_t>(U16_LEAD(c)));
+      put(static_cast<std::uint16_t>(U16_TRAIL(c)));
+    } else {
+      put(static_cast<std::uint16_t>(c));
+    }
   }
 }
 

@@ -104,10 +104,6 @@ concept CharacterType = std::same_as<T, char> || std::same_as<T, signed char> ||
                         std::same_as<T, wchar_t>;
 
 template <class T>
-concept TextLike = std::convertible_to<const T&, std::string_view> || std::same_as<std::decay_t<T>, char*> ||
-                   std::same_as<std::decay_t<T>, const char*>;
-
-template <class T>
 concept HasDescription = requires(const T& v) {
   { v.description() } -> std::convertible_to<std::string>;
 };

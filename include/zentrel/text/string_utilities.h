@@ -8,8 +8,10 @@
 // combining mark counts on its own; a cut never separates the two halves of a surrogate pair.
 // Functions that look only at ASCII characters (slashes, ":", the illegal file-name characters)
 // leave every other byte as it is; functions that need Unicode properties read invalid UTF-8
-// sequences as U+FFFD. None of them throws on any input. All are stateless and may be called from
-// any thread; the character sets they use are built once under a once-only guard.
+// sequences as U+FFFD. None of them throws, except that a text of 2 GiB or more, which ICU cannot
+// hold, makes the functions that need ICU (the insensitive search and replacement and
+// shortStringWithMaxLength) throw ZTRangeException. All are stateless and may be called from any
+// thread; the character sets they use are built once under a once-only guard.
 
 #include <cstdint>
 #include <string>

@@ -1,15 +1,23 @@
 #pragma once
 // Conversions between the UTF-8 text of the interface and ICU's UTF-16 strings.
 
+#include <climits>
 #include <string>
 #include <string_view>
 
 #include <unicode/unistr.h>
 
+#include "zentrel/platform/exceptions.h"
+
 namespace zt::internal {
 
-// Invalid UTF-8 sequences become U+FFFD.
+// Invalid UTF-8 sequences become U+FFFD. ICU strings hold at most 2^31 - 1 units: a longer text
+// throws ZTRangeException rather than being cut silently.
 inline icu::UnicodeString toUnicode(std::string_view text) {
+  if (text.size() > static_cast<std::size_t>(INT32_MAX)) {
+    throw ZTRangeException("A text of " + std::to_string(text.size()) +
+                           " bytes is longer than the 2 GiB that Unicode processing handles");
+  }
   return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
 }
 
