@@ -143,6 +143,10 @@ TEST_F(InnerLine, ASegmentThroughTheRectGivesBothCrossingsInEdgeOrder) {
 TEST_F(InnerLine, MissingOrGrazingSegmentsGiveTheNoneLine) {
   EXPECT_TRUE(ZTLineIsNone(ZTRectGetInnerIntersectedLine(r, {{-5, -5}, {-1, 20}})));
   EXPECT_TRUE(ZTLineIsNone(ZTRectGetInnerIntersectedLine(r, {{-5, 5}, {5, -5}}))) << "only the corner";
+  // The corner (0, 10) starts both the left and the bottom edge: found twice, it is still one point.
+  EXPECT_TRUE(ZTLineIsNone(ZTRectGetInnerIntersectedLine(r, {{-5, 5}, {5, 15}})));
+  // Leaving from a point on the left edge: the inside end and the crossing coincide.
+  EXPECT_TRUE(ZTLineIsNone(ZTRectGetInnerIntersectedLine(r, {{0, 5}, {-5, 5}})));
 }
 
 }  // namespace

@@ -109,6 +109,14 @@ TEST(PointToRectDistance, InsidePointsMeasureToTheNearestEdge) {
   EXPECT_DOUBLE_EQ(ZTDistanceBetweenPointAndRect({50, 50}, r), 50);
 }
 
+TEST(PointToRectDistance, APointOnTheMidlineMeasuresToTheMinEdge) {
+  // The two edges are equally far only in exact arithmetic: here midX = 0.2, minX = 0.1 and
+  // maxX = 0.30000000000000004, so the choice of edge shows in the last bits.
+  const ZTRect r = ZTRectMake(0.1, 0, 0.2, 100);
+  EXPECT_EQ(ZTDistanceBetweenPointAndRect({0.2, 50}, r), 0.2 - 0.1);
+  EXPECT_NE(ZTDistanceBetweenPointAndRect({0.2, 50}, r), ZTRectGetMaxX(r) - 0.2);
+}
+
 TEST(PointToRectDistance, OutsidePointsMeasureToTheEdgeOrTheCorner) {
   const ZTRect r = ZTRectMake(0, 0, 100, 100);
   EXPECT_DOUBLE_EQ(ZTDistanceBetweenPointAndRect({110, 50}, r), 10);
