@@ -72,8 +72,8 @@ TEST(SortedInsertion, NewEqualElementGoesAheadOfTheProbedOneNotAtTheEndOfTheRun)
 
 struct Version {
   int number;
-  ZTComparisonResult compare(const Version& other) const {
-    return number < other.number ? ZTOrderedAscending : number > other.number ? ZTOrderedDescending : ZTOrderedSame;
+  int compare(const Version& other) const {
+    return number < other.number ? -1 : number > other.number ? 1 : 0;
   }
 };
 
@@ -89,6 +89,25 @@ TEST(SortedInsertion, ComparisonMethodAndRemoval) {
   EXPECT_TRUE(zt::removeObject(numbers, 2, ascending));
   EXPECT_EQ(numbers, (Ints{1, 2, 3}));
   EXPECT_FALSE(zt::removeObject(numbers, 7, ascending));
+}
+
+// An ordering enumeration and a comparator of the pointees, as a scheduler would write them.
+enum class Ordering { Ascending = -1, Same = 0, Descending = 1 };
+struct Task {
+  int priority;
+};
+Ordering higherPriorityFirst(const Task& a, const Task& b) {
+  if (a.priority == b.priority) return Ordering::Same;
+  return a.priority > b.priority ? Ordering::Ascending : Ordering::Descending;
+}
+
+TEST(SortedInsertion, PointeeComparatorOverSharedElements) {
+  std::vector<std::shared_ptr<Task>> ready;
+  for (int priority : {1, 8, 4, 8, 0}) zt::insertObject(ready, std::make_shared<Task>(Task{priority}), higherPriorityFirst);
+  std::vector<int> order;
+  for (const auto& task : ready) order.push_back(task->priority);
+  EXPECT_EQ(order, (Ints{8, 8, 4, 1, 0}));
+  EXPECT_EQ(zt::indexOfObject(ready, std::make_shared<Task>(Task{4}), higherPriorityFirst), 2u);
 }
 
 TEST(Subarrays, FromIndexRefusesTheCountItself) {

@@ -146,6 +146,28 @@ TEST(NumberLimitedCache, LimitTestIsEqualityNotABound) {
   EXPECT_EQ(cache->keysInRecencyOrder(), (std::vector<int>{5, 6}));
 }
 
+// The delegate is called under the cache's lock; it may still use the cache from the same thread.
+class InspectingDelegate : public ZTCacheDictionaryDelegate<std::string, Blob> {
+ public:
+  void cacheDictionary(ZTCacheDictionary<std::string, Blob>& cache, const BlobPtr& object, const std::string& key) override {
+    if (!object) return;
+    seen.push_back(key + " while holding " + std::to_string(cache.count()) + " with oldest " + cache.keysInRecencyOrder().front());
+    EXPECT_EQ(cache.objectForKey(key, false), object);
+  }
+  std::vector<std::string> seen;
+};
+
+TEST(NumberLimitedCache, DelegateSeesTheEntryBeforeItLeaves) {
+  auto cache = ZTNumberLimitedCacheDictionary<std::string, Blob>::create(2);
+  auto inspector = std::make_shared<InspectingDelegate>();
+  cache->setDelegate(inspector);
+  cache->setObject(blob("A"), "a");
+  cache->setObject(blob("B"), "b");
+  cache->setObject(blob("C"), "c");
+  EXPECT_EQ(inspector->seen, (std::vector<std::string>{"a while holding 2 with oldest a"}));
+  EXPECT_EQ(cache->objectForKey("a"), nullptr);
+}
+
 TEST(NumberLimitedCache, ZeroLimitRefusesToStore) {
   auto cache = ZTNumberLimitedCacheDictionary<int, Blob>::create(0);
   EXPECT_THROW(cache->setObject(blob("x"), 1), ZTRangeException);

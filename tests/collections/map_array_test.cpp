@@ -251,8 +251,8 @@ TEST(MapArray, SortedInsertionLandsBeforeTheProbedEqualElement) {
 
 struct Version {
   int major;
-  ZTComparisonResult compare(const Version& other) const {
-    return major < other.major ? ZTOrderedAscending : major > other.major ? ZTOrderedDescending : ZTOrderedSame;
+  int compare(const Version& other) const {
+    return major < other.major ? -1 : major > other.major ? 1 : 0;
   }
 };
 

@@ -47,14 +47,14 @@ std::pair<bool, std::size_t> probeSorted(const Sequence& array, const T& object,
     const std::size_t half = n / 2;
     const std::size_t mid = low + half;
     switch (compareElement(comparator, array[mid], object)) {
-      case ZTOrderedAscending:
+      case zt::detail::Order::Ascending:
         low = mid + 1;
         n = n - half - 1;
         break;
-      case ZTOrderedDescending:
+      case zt::detail::Order::Descending:
         n = half;
         break;
-      case ZTOrderedSame:
+      case zt::detail::Order::Same:
         return {true, mid};
     }
   }

@@ -71,12 +71,15 @@ class ZTCacheDictionary {
   void setObject(ObjectPtr object, const Key& key) {
     if (!object) throw ZTInternalInconsistencyException("A cache dictionary cannot store a null object.");
     std::lock_guard lock(mutex_);
+    pendingCost_ = 0;
     willSetObject(object, key);
+    const std::uint64_t cost = std::exchange(pendingCost_, 0);
     auto [found, inserted] = entries_.try_emplace(key);
     Entry& entry = found->second;
     if (inserted) entry.key = &found->first;
     else unlink(entry);
     entry.object = object;
+    entry.cost = cost;
     linkAsNewest(entry);
     didSetObject(object, key);
   }
@@ -108,7 +111,7 @@ class ZTCacheDictionary {
   // their place in the recency order. The delegate is not told.
   virtual void removeAllObjectsRetainedOnlyByCache() {
     std::lock_guard lock(mutex_);
-    sweepObjectsRetainedOnlyByCache([](const Key&, const ObjectPtr&) {});
+    sweepObjectsRetainedOnlyByCache([](const Key&, const ObjectPtr&, std::uint64_t) {});
   }
 
   // The keys in no particular order.
@@ -166,11 +169,18 @@ class ZTCacheDictionary {
   }
   // The least recently used key, or null when empty.
   const Key* oldestKey() const { return oldest_ ? oldest_->key : nullptr; }
-  // Calls visit(key, object) from the least recently used entry on while it returns true.
+  // Calls visit(key, object, cost) from the least recently used entry on while it returns true.
   template <class Visit>
   void visitInRecencyOrder(Visit&& visit) const {
     for (const Entry* entry = oldest_; entry; entry = entry->newer)
-      if (!visit(*entry->key, entry->object)) break;
+      if (!visit(*entry->key, entry->object, entry->cost)) break;
+  }
+  // A figure a subclass keeps with each entry (the memory-limited cache keeps the object's size):
+  // set from willSetObject for the store in progress, read back with storedCost.
+  void setCostOfPendingStore(std::uint64_t cost) { pendingCost_ = cost; }
+  std::uint64_t storedCost(const Key& key) const {
+    auto found = entries_.find(key);
+    return found == entries_.end() ? 0 : found->second.cost;
   }
   void notifyDelegateWillEvict(const ObjectPtr& object, const Key& key) {
     if (auto delegate = delegate_.lock()) delegate->cacheDictionary(*this, object, key);
@@ -184,14 +194,14 @@ class ZTCacheDictionary {
     entries_.erase(found);
     return object;
   }
-  // The sweep itself: removes every entry held only by the cache, calling removed(key, object) for
-  // each just before its last reference goes.
+  // The sweep itself: removes every entry held only by the cache, calling removed(key, object, cost)
+  // for each just before its last reference goes.
   template <class Removed>
   void sweepObjectsRetainedOnlyByCache(Removed&& removed) {
     for (Entry* entry = oldest_; entry;) {
       Entry* next = entry->newer;
       if (entry->object.use_count() == 1) {
-        removed(*entry->key, entry->object);
+        removed(*entry->key, entry->object, entry->cost);
         unlink(*entry);
         entries_.erase(entries_.find(*entry->key));
       }
@@ -205,6 +215,7 @@ class ZTCacheDictionary {
   struct Entry {
     ObjectPtr object;
     const Key* key = nullptr;  // the map's own key of this entry
+    std::uint64_t cost = 0;
     Entry* older = nullptr;
     Entry* newer = nullptr;
   };
@@ -225,5 +236,6 @@ class ZTCacheDictionary {
   std::unordered_map<Key, Entry> entries_;  // guarded by mutex_
   Entry* oldest_ = nullptr;                 // guarded by mutex_; least recently used
   Entry* newest_ = nullptr;                 // guarded by mutex_; most recently used
+  std::uint64_t pendingCost_ = 0;           // guarded by mutex_
   std::weak_ptr<Delegate> delegate_;        // guarded by mutex_
 };

@@ -249,14 +249,14 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
       const std::size_t half = n / 2;
       const std::size_t mid = low + half;
       switch (zt::detail::compareElement(comparator, this->objectsArray_[mid], object)) {
-        case ZTOrderedAscending:
+        case zt::detail::Order::Ascending:
           low = mid + 1;
           n = n - half - 1;
           break;
-        case ZTOrderedDescending:
+        case zt::detail::Order::Descending:
           n = half;
           break;
-        case ZTOrderedSame:
+        case zt::detail::Order::Same:
           insertObject(std::move(object), mid);
           return mid;
       }
@@ -343,7 +343,7 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
     requires ZTComparatorFor<Comparator, T>
   void sortUsingComparator(Comparator comparator) {
     std::stable_sort(this->objectsArray_.begin(), this->objectsArray_.end(), [&](const T& a, const T& b) {
-      return zt::detail::compareElement(comparator, a, b) == ZTOrderedAscending;
+      return zt::detail::compareElement(comparator, a, b) == zt::detail::Order::Ascending;
     });
     this->updateMapIndexesInArrayRange(0, this->objectsArray_.size());
   }

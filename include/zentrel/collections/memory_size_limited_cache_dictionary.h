@@ -20,7 +20,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -59,54 +58,48 @@ class ZTMemorySizeLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> 
 
   void removeObjectForKey(const Key& key) override {
     std::lock_guard lock(this->mutex());
-    if (this->eraseKey(key)) forgetSize(key);
+    discard(key);
   }
   void removeAllObjects() override {
     std::lock_guard lock(this->mutex());
     Base::removeAllObjects();
-    sizes_.clear();
     currentMemoryUsage_ = 0;
   }
   void removeAllObjectsRetainedOnlyByCache() override {
     std::lock_guard lock(this->mutex());
-    this->sweepObjectsRetainedOnlyByCache([this](const Key& key, const ObjectPtr&) { forgetSize(key); });
+    this->sweepObjectsRetainedOnlyByCache(
+        [this](const Key&, const ObjectPtr&, std::uint64_t size) { currentMemoryUsage_ -= size; });
   }
 
  protected:
   void willSetObject(const ObjectPtr& object, const Key& key) override {
     Base::willSetObject(object, key);
     const std::uint64_t newSize = objectSizeBlock_(*object);
-    std::uint64_t newUsage = currentMemoryUsage_ + newSize;
-    if (auto old = sizes_.find(key); old != sizes_.end()) newUsage -= old->second;
+    std::uint64_t newUsage = currentMemoryUsage_ + newSize - this->storedCost(key);
 
     if (newUsage > limit_) {
       std::vector<Key> evicted;
-      this->visitInRecencyOrder([&](const Key& candidate, const ObjectPtr&) {
+      this->visitInRecencyOrder([&](const Key& candidate, const ObjectPtr&, std::uint64_t size) {
         if (candidate == key) return true;
         evicted.push_back(candidate);
-        newUsage -= sizes_.at(candidate);
+        newUsage -= size;
         return newUsage > limit_;
       });
       for (const Key& candidate : evicted) this->notifyDelegateWillEvict(this->storedObject(candidate), candidate);
-      for (const Key& candidate : evicted)
-        if (this->eraseKey(candidate)) forgetSize(candidate);
+      for (const Key& candidate : evicted) discard(candidate);
     }
     // Accounted from what is actually stored, so a delegate that removes entries keeps it right.
-    forgetSize(key);
-    sizes_[key] = newSize;
-    currentMemoryUsage_ += newSize;
+    currentMemoryUsage_ = currentMemoryUsage_ - this->storedCost(key) + newSize;
+    this->setCostOfPendingStore(newSize);
   }
 
  private:
-  void forgetSize(const Key& key) {
-    auto found = sizes_.find(key);
-    if (found == sizes_.end()) return;
-    currentMemoryUsage_ -= found->second;
-    sizes_.erase(found);
+  void discard(const Key& key) {
+    const std::uint64_t size = this->storedCost(key);
+    if (this->eraseKey(key)) currentMemoryUsage_ -= size;
   }
 
   ObjectSizeBlock objectSizeBlock_;
-  std::uint64_t limit_;                          // guarded by mutex()
-  std::uint64_t currentMemoryUsage_ = 0;         // guarded by mutex(); sum of sizes_
-  std::unordered_map<Key, std::uint64_t> sizes_;  // guarded by mutex(); size of each stored object
+  std::uint64_t limit_;                   // guarded by mutex()
+  std::uint64_t currentMemoryUsage_ = 0;  // guarded by mutex(); sum of the stored entries' sizes
 };
