@@ -157,41 +157,25 @@ void ZTConcurrentOperation::completeOperation() {
   setFinished(true);
 }
 
-bool ZTConcurrentOperation::isExecuting() const {
-  std::lock_guard lock(readingExecutingLock_);
-  return executing_;
-}
+bool ZTConcurrentOperation::isExecuting() const { return executing_.load(std::memory_order_acquire); }
 
-bool ZTConcurrentOperation::isFinished() const {
-  std::lock_guard lock(readingFinishedLock_);
-  return finished_;
-}
+bool ZTConcurrentOperation::isFinished() const { return finished_.load(std::memory_order_acquire); }
 
+// A change holds the flag's changing lock for its whole length, notifications included, so changes
+// are serialised; readers never wait for it: they read the flag's current value.
 void ZTConcurrentOperation::setExecuting(bool executing) {
   std::lock_guard changing(changingExecutingLock_);
-  {
-    std::lock_guard reading(readingExecutingLock_);
-    if (executing_ == executing) return;
-  }
+  if (executing_.load(std::memory_order_relaxed) == executing) return;
   willChangeValueForKey(ZTOperationIsExecutingKey);
-  {
-    std::lock_guard reading(readingExecutingLock_);
-    executing_ = executing;
-  }
+  executing_.store(executing, std::memory_order_release);
   didChangeValueForKey(ZTOperationIsExecutingKey);
 }
 
 void ZTConcurrentOperation::setFinished(bool finished) {
   std::lock_guard changing(changingFinishedLock_);
-  {
-    std::lock_guard reading(readingFinishedLock_);
-    if (finished_ == finished) return;
-  }
+  if (finished_.load(std::memory_order_relaxed) == finished) return;
   willChangeValueForKey(ZTOperationIsFinishedKey);
-  {
-    std::lock_guard reading(readingFinishedLock_);
-    finished_ = finished;
-  }
+  finished_.store(finished, std::memory_order_release);
   didChangeValueForKey(ZTOperationIsFinishedKey);
 }
 

@@ -9,6 +9,7 @@
 #include "zentrel/operations/concurrent_operation.h"
 #include "zentrel/operations/cross_thread_calls.h"
 #include "zentrel/platform/debug_name.h"
+#include "zentrel/platform/exceptions.h"
 #include "zentrel/platform/log.h"
 #include "zentrel/platform/notification_center.h"
 
@@ -30,7 +31,10 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
       if (!posted) posted = post = true;
     }
     batch.clear();
-    if (!post) return;
+    if (post) postStartAll();
+  }
+
+  void postStartAll() {
     auto self = shared_from_this();
     if (zt::performBlock([self] { self->startAll(); }, thread, false)) return;
     std::size_t dropped;
@@ -43,14 +47,32 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
     ZTLogf("ERROR: The operation queue's worker thread is not running; %zu operations could not be started.", dropped);
   }
 
+  // Operations not yet started, for dispose() on the worker thread.
   std::vector<std::shared_ptr<ZTOperation>> take() {
     std::lock_guard lock(mutex);
-    posted = false;
     return std::move(operations);
   }
 
+  // Starts gathered while these start join this turn, up to a bound, so that a busy queue does not
+  // keep its thread from other work for long.
   void startAll() {
-    for (const auto& operation : take()) operation->start();
+    constexpr std::size_t kMaxStartsPerTurn = 512;
+    std::size_t started = 0;
+    for (;;) {
+      std::vector<std::shared_ptr<ZTOperation>> batch;
+      {
+        std::lock_guard lock(mutex);
+        if (operations.empty()) {
+          posted = false;
+          return;
+        }
+        if (started >= kMaxStartsPerTurn) break;
+        batch.swap(operations);
+      }
+      for (const auto& operation : batch) operation->start();
+      started += batch.size();
+    }
+    postStartAll();
   }
 };
 
@@ -78,6 +100,11 @@ ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperatio
   return pa > pb ? ZTComparisonResult::OrderedAscending : ZTComparisonResult::OrderedDescending;
 }
 
+namespace {
+// Where an operation is within its queue (ZTOperation::queueState_).
+enum QueueState { kOutside = 0, kNotReady = 1, kReady = 2, kExecuting = 3 };
+}  // namespace
+
 std::shared_ptr<ZTOperationQueue> ZTOperationQueue::create(std::shared_ptr<ZTThread> workerThread) {
   if (!workerThread) return nullptr;
   return std::shared_ptr<ZTOperationQueue>(new ZTOperationQueue(std::move(workerThread)));
@@ -91,13 +118,12 @@ ZTOperationQueue::ZTOperationQueue(std::shared_ptr<ZTThread> workerThread)
 }
 
 ZTOperationQueue::~ZTOperationQueue() {
-  std::unordered_map<const ZTOperation*, Observed> observed;
-  {
-    std::lock_guard lock(observingMutex_);
-    observed.swap(observingOperationsSet_);
-  }
-  for (auto& [key, entry] : observed)
-    if (auto operation = entry.operation.lock()) operation->removeObserver(entry.observation);
+  // Let every operation still here go, so that it can join another queue.
+  std::lock_guard lock(monitor_);
+  std::vector<OperationPointer> held(executingOperationsSet_.begin(), executingOperationsSet_.end());
+  readyOperations_->forEach([&](const OperationPointer& operation) { held.push_back(operation); });
+  for (const auto& [key, operation] : notReadyOperationsSet_) held.push_back(operation);
+  for (const auto& operation : held) release(*operation);
 }
 
 void ZTOperationQueue::addOperation(const std::shared_ptr<ZTOperation>& operation) {
@@ -111,92 +137,118 @@ void ZTOperationQueue::addOperations(const std::vector<std::shared_ptr<ZTOperati
   for (const auto& operation : operations) {
     if (!operation || operation->isFinished() || operation->isExecuting()) continue;
     if (disposed_) return;
-    const ZTOperation* key = operation.get();
-    if (readyOperationsIndex_.count(key) || notReadyOperationsSet_.count(key) || executingOperationsSet_.count(key))
-      continue;
+    const void* owner = nullptr;
+    if (!operation->queueOwner_.compare_exchange_strong(owner, this, std::memory_order_acq_rel)) {
+      if (owner == this) continue;  // already here
+      throw ZTInternalInconsistencyException("The operation " + describe(operation.get()) +
+                                             " is already in another operation queue.");
+    }
     // Observe first, then read the state: a change that happens in between reaches the handlers,
     // which wait for this monitor and then find the operation where it belongs.
     startObservingOperationProperties(operation);
-    if (operation->isReady()) insertReady(operation);
-    else notReadyOperationsSet_.emplace(key, operation);
+    if (operation->isReady()) {
+      insertReady(operation);
+    } else {
+      operation->queueState_ = kNotReady;
+      notReadyOperationsSet_.emplace(operation.get(), operation);
+    }
   }
   startNextOperationIfPossible();
 }
 
 void ZTOperationQueue::insertReady(const OperationPointer& operation) {
+  operation->queueState_ = kReady;
   readyOperations_->insert(operation);
-  readyOperationsIndex_.insert(operation.get());
+}
+
+void ZTOperationQueue::addExecuting(OperationPointer operation) {
+  operation->queueState_ = kExecuting;
+  operation->queueIndex_ = executingOperationsSet_.size();
+  executingOperationsSet_.push_back(std::move(operation));
+}
+
+ZTOperationQueue::OperationPointer ZTOperationQueue::removeExecuting(ZTOperation& operation) {
+  const std::size_t index = operation.queueIndex_;
+  OperationPointer removed = std::move(executingOperationsSet_[index]);
+  if (index + 1 != executingOperationsSet_.size()) {
+    executingOperationsSet_[index] = std::move(executingOperationsSet_.back());
+    executingOperationsSet_[index]->queueIndex_ = index;
+  }
+  executingOperationsSet_.pop_back();
+  return removed;
+}
+
+void ZTOperationQueue::release(ZTOperation& operation) {
+  stopObservingOperationProperties(&operation);
+  operation.queueState_ = kOutside;
+  operation.queueOwner_.store(nullptr, std::memory_order_release);
 }
 
 void ZTOperationQueue::startNextOperationIfPossible() {
   std::lock_guard lock(monitor_);
   if (suspended_ || disposed_) return;
-  std::vector<OperationPointer> toStart;
+  std::vector<OperationPointer>& toStart = toStartScratch_;
   while (!readyOperations_->empty()) {
     if (static_cast<std::int64_t>(executingOperationsSet_.size()) >= maxConcurrentOperationCount_) break;
     OperationPointer operation = readyOperations_->popFront();
-    readyOperationsIndex_.erase(operation.get());
     if (operation->isFinished()) {
-      stopObservingOperationProperties(operation.get());
+      release(*operation);
       continue;
     }
-    executingOperationsSet_.emplace(operation.get(), operation);
+    addExecuting(operation);
     toStart.push_back(std::move(operation));
   }
   if (!toStart.empty()) pendingStarts_->schedule(toStart);
 }
 
+void ZTOperationQueue::operationChanged(const std::shared_ptr<void>& queue, ZTOperation& operation,
+                                        std::string_view key) {
+  auto* self = static_cast<ZTOperationQueue*>(queue.get());
+  if (key == ZTOperationIsReadyKey) self->handleOperationIsReadyPropertyChange(operation);
+  else if (key == ZTOperationIsFinishedKey) self->handleOperationIsFinishedPropertyChange(operation);
+}
+
 void ZTOperationQueue::startObservingOperationProperties(const OperationPointer& operation) {
-  std::lock_guard lock(observingMutex_);
-  auto [it, inserted] = observingOperationsSet_.try_emplace(operation.get());
-  if (!inserted) {
+  std::lock_guard lock(operation->observersMutex_);
+  if (operation->queueHook_) {
     ZTLogf("Trying to obsorve same operation %s twice.", describe(operation.get()).c_str());
     return;
   }
-  std::weak_ptr<ZTOperationQueue> weakSelf = weak_from_this();
-  it->second.operation = operation;
-  it->second.observation = operation->addObserver(
-      {std::string(ZTOperationIsReadyKey), std::string(ZTOperationIsFinishedKey)},
-      [weakSelf](ZTOperation& changed, std::string_view key, ZTKeyValueChange change) {
-        if (change != ZTKeyValueChange::DidChange) return;
-        auto self = weakSelf.lock();
-        if (!self) return;
-        if (key == ZTOperationIsReadyKey) self->handleOperationIsReadyPropertyChange(changed);
-        else if (key == ZTOperationIsFinishedKey) self->handleOperationIsFinishedPropertyChange(changed);
-      });
+  operation->queueHook_ = &ZTOperationQueue::operationChanged;
+  operation->queueHookTarget_ = std::static_pointer_cast<void>(shared_from_this());
+  operation->hasQueueHook_.store(true, std::memory_order_release);
 }
 
 void ZTOperationQueue::stopObservingOperationProperties(ZTOperation* operation) {
-  Observed entry;
-  {
-    std::lock_guard lock(observingMutex_);
-    auto it = observingOperationsSet_.find(operation);
-    if (it == observingOperationsSet_.end()) {
-      ZTLogf("Trying to stop obsorvation of operation %s which we are not observing.", describe(operation).c_str());
-      return;
-    }
-    entry = std::move(it->second);
-    observingOperationsSet_.erase(it);
+  std::lock_guard lock(operation->observersMutex_);
+  if (!operation->queueHook_) {
+    ZTLogf("Trying to stop obsorvation of operation %s which we are not observing.", describe(operation).c_str());
+    return;
   }
-  if (auto observed = entry.operation.lock()) observed->removeObserver(entry.observation);
+  operation->hasQueueHook_.store(false, std::memory_order_release);
+  operation->queueHook_ = nullptr;
+  operation->queueHookTarget_.reset();
 }
 
 void ZTOperationQueue::handleOperationIsReadyPropertyChange(ZTOperation& operation) {
   std::lock_guard lock(monitor_);
-  if (disposed_) return;
-  const ZTOperation* key = &operation;
-  const bool waitingReady = readyOperationsIndex_.count(key) != 0;
-  auto notReady = notReadyOperationsSet_.find(key);
+  if (disposed_ || operation.queueOwner_.load(std::memory_order_acquire) != this) return;
   // A late callback for an operation that has already left the queue changes nothing.
-  if (!waitingReady && notReady == notReadyOperationsSet_.end()) return;
+  const int state = operation.queueState_;
+  if (state != kReady && state != kNotReady) return;
   if (operation.isReady()) {
-    if (!waitingReady) insertReady(notReady->second);
-    if (notReady != notReadyOperationsSet_.end()) notReadyOperationsSet_.erase(notReady);
+    if (state == kNotReady) {
+      auto waiting = notReadyOperationsSet_.find(&operation);
+      OperationPointer held = std::move(waiting->second);
+      notReadyOperationsSet_.erase(waiting);
+      insertReady(held);
+    }
     startNextOperationIfPossible();
-  } else if (!operation.isExecuting() && waitingReady) {
-    notReadyOperationsSet_.emplace(key, operation.shared_from_this());
-    readyOperations_->remove(key);
-    readyOperationsIndex_.erase(key);
+  } else if (state == kReady && !operation.isExecuting()) {
+    OperationPointer held = operation.shared_from_this();
+    readyOperations_->remove(&operation);
+    operation.queueState_ = kNotReady;
+    notReadyOperationsSet_.emplace(&operation, std::move(held));
   }
 }
 
@@ -204,22 +256,27 @@ void ZTOperationQueue::handleOperationIsFinishedPropertyChange(ZTOperation& oper
   std::shared_ptr<ZTOperationQueue> self;
   {
     std::lock_guard lock(monitor_);
-    if (!operation.isFinished()) return;
-    const ZTOperation* key = &operation;
+    if (!operation.isFinished() || operation.queueOwner_.load(std::memory_order_acquire) != this) return;
     // Keep the operation alive until this handler is done with it.
     OperationPointer held;
-    if (auto it = executingOperationsSet_.find(key); it != executingOperationsSet_.end()) {
-      held = std::move(it->second);
-      executingOperationsSet_.erase(it);
-    } else if (readyOperationsIndex_.erase(key)) {
-      readyOperations_->remove(key);
-    } else if (auto waiting = notReadyOperationsSet_.find(key); waiting != notReadyOperationsSet_.end()) {
-      held = std::move(waiting->second);
-      notReadyOperationsSet_.erase(waiting);
-    } else {
-      return;  // not one of ours any more
+    switch (operation.queueState_) {
+      case kExecuting:
+        held = removeExecuting(operation);
+        break;
+      case kReady:
+        held = operation.shared_from_this();
+        readyOperations_->remove(&operation);
+        break;
+      case kNotReady: {
+        auto waiting = notReadyOperationsSet_.find(&operation);
+        held = std::move(waiting->second);
+        notReadyOperationsSet_.erase(waiting);
+        break;
+      }
+      default:
+        return;  // not one of ours any more
     }
-    stopObservingOperationProperties(&operation);
+    release(operation);
     startNextOperationIfPossible();
     if (operationsCountLocked() == 0) self = shared_from_this();
   }
@@ -229,7 +286,7 @@ void ZTOperationQueue::handleOperationIsFinishedPropertyChange(ZTOperation& oper
 void ZTOperationQueue::cancelAllOperationsInCollections(bool includeExecuting, bool stopObservingExecutingOperations) {
   std::vector<OperationPointer> operations;
   if (includeExecuting) {
-    for (const auto& [key, operation] : executingOperationsSet_) {
+    for (const auto& operation : executingOperationsSet_) {
       if (stopObservingExecutingOperations) stopObservingOperationProperties(operation.get());
       operations.push_back(operation);
     }
@@ -257,19 +314,18 @@ void ZTOperationQueue::dispose() {
     if (disposed_) return;
     disposed_ = true;
     cancelAllOperationsInCollections(true, false);
-    for (auto it = executingOperationsSet_.begin(); it != executingOperationsSet_.end();) {
-      auto* concurrent = dynamic_cast<ZTConcurrentOperation*>(it->second.get());
+    for (std::size_t i = 0; i < executingOperationsSet_.size();) {
+      auto* concurrent = dynamic_cast<ZTConcurrentOperation*>(executingOperationsSet_[i].get());
       if (concurrent && concurrent->workerThread() && concurrent->workerThread()->runLoop()->isCurrent()) {
-        stopObservingOperationProperties(it->second.get());
-        it = executingOperationsSet_.erase(it);
+        OperationPointer removed = removeExecuting(*concurrent);
+        release(*removed);
       } else {
-        ++it;
+        ++i;
       }
     }
-    readyOperations_->forEach([&](const OperationPointer& operation) { stopObservingOperationProperties(operation.get()); });
+    readyOperations_->forEach([&](const OperationPointer& operation) { release(*operation); });
     readyOperations_->clear();
-    readyOperationsIndex_.clear();
-    for (const auto& [key, operation] : notReadyOperationsSet_) stopObservingOperationProperties(operation.get());
+    for (const auto& [key, operation] : notReadyOperationsSet_) release(*operation);
     notReadyOperationsSet_.clear();
     // On the worker thread, starts still queued for it could only run after this wait; the
     // operations are cancelled, so starting them now just lets them complete.
@@ -330,7 +386,7 @@ void ZTOperationQueue::setName(std::string name) {
 }
 
 std::int64_t ZTOperationQueue::operationsCountLocked() const {
-  return static_cast<std::int64_t>(executingOperationsSet_.size() + readyOperationsIndex_.size() +
+  return static_cast<std::int64_t>(executingOperationsSet_.size() + readyOperations_->size() +
                                    notReadyOperationsSet_.size());
 }
 
@@ -343,7 +399,7 @@ std::vector<std::shared_ptr<ZTOperation>> ZTOperationQueue::operations() const {
   std::lock_guard lock(monitor_);
   std::vector<OperationPointer> result;
   result.reserve(static_cast<std::size_t>(operationsCountLocked()));
-  for (const auto& [key, operation] : executingOperationsSet_) result.push_back(operation);
+  result.insert(result.end(), executingOperationsSet_.begin(), executingOperationsSet_.end());
   readyOperations_->forEach([&](const OperationPointer& operation) { result.push_back(operation); });
   for (const auto& [key, operation] : notReadyOperationsSet_) result.push_back(operation);
   return result;
@@ -351,9 +407,7 @@ std::vector<std::shared_ptr<ZTOperation>> ZTOperationQueue::operations() const {
 
 std::vector<std::shared_ptr<ZTOperation>> ZTOperationQueue::executingOperations() const {
   std::lock_guard lock(monitor_);
-  std::vector<OperationPointer> result;
-  for (const auto& [key, operation] : executingOperationsSet_) result.push_back(operation);
-  return result;
+  return executingOperationsSet_;
 }
 
 std::string ZTOperationQueue::description() const {

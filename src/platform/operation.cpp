@@ -152,30 +152,45 @@ void ZTOperation::setCompletionBlock(std::function<void()> block) {
   completionBlock_ = std::move(block);
 }
 
+// Waiters register under stateMutex_ before they check; the finishing side stores its flag first and
+// then looks for waiters, so it only takes the lock and notifies when someone may be waiting.
 void ZTOperation::waitUntilFinished() {
   std::unique_lock lock(stateMutex_);
-  stateCondition_.wait(lock, [&] { return finishAnnounced_ || isFinished(); });
+  waiters_.fetch_add(1);
+  stateCondition_.wait(lock, [&] { return finishAnnounced_.load() || isFinished(); });
+  waiters_.fetch_sub(1);
 }
 
 bool ZTOperation::waitUntilFinished(Seconds timeout) {
   std::unique_lock lock(stateMutex_);
-  return stateCondition_.wait_for(lock, timeout, [&] { return finishAnnounced_ || isFinished(); });
+  waiters_.fetch_add(1);
+  const bool finished = stateCondition_.wait_for(lock, timeout, [&] { return finishAnnounced_.load() || isFinished(); });
+  waiters_.fetch_sub(1);
+  return finished;
 }
 
 void ZTOperation::waitUntilFinishedAndCompletionHandlerCalled() {
   std::unique_lock lock(stateMutex_);
-  stateCondition_.wait(lock, [&] { return completionHandlerWasCalled_; });
+  waiters_.fetch_add(1);
+  stateCondition_.wait(lock, [&] { return completionHandlerWasCalled_.load(); });
+  waiters_.fetch_sub(1);
 }
 
 bool ZTOperation::waitUntilFinishedAndCompletionHandlerCalled(Seconds timeout) {
   std::unique_lock lock(stateMutex_);
-  return stateCondition_.wait_for(lock, timeout, [&] { return completionHandlerWasCalled_; });
+  waiters_.fetch_add(1);
+  const bool called = stateCondition_.wait_for(lock, timeout, [&] { return completionHandlerWasCalled_.load(); });
+  waiters_.fetch_sub(1);
+  return called;
 }
 
-bool ZTOperation::ztCompletionHandlerWasCalled() const {
-  std::lock_guard lock(stateMutex_);
-  return completionHandlerWasCalled_;
+void ZTOperation::wakeWaiters() {
+  if (waiters_.load() == 0) return;
+  { std::lock_guard lock(stateMutex_); }
+  stateCondition_.notify_all();
 }
+
+bool ZTOperation::ztCompletionHandlerWasCalled() const { return completionHandlerWasCalled_.load(); }
 
 std::string ZTOperation::name() const {
   std::lock_guard lock(stateMutex_);
@@ -218,8 +233,25 @@ void ZTOperation::didChangeValueForKey(std::string_view key) {
   if (key == ZTOperationIsFinishedKey && isFinished()) operationDidFinish();
 }
 
+void ZTOperation::callQueueHook(std::string_view key) {
+  QueueHook hook;
+  std::shared_ptr<void> queue;
+  {
+    std::lock_guard lock(observersMutex_);
+    hook = queueHook_;
+    queue = queueHookTarget_.lock();
+  }
+  if (hook && queue) hook(queue, *this, key);
+}
+
 void ZTOperation::notify(std::string_view key, ZTKeyValueChange change) {
-  if (observersCount_.load(std::memory_order_acquire) == 0) return;
+  if (observersCount_.load(std::memory_order_acquire) != 0) notifyObservers(key, change);
+  if (change == ZTKeyValueChange::DidChange && hasQueueHook_.load(std::memory_order_acquire) &&
+      (key == ZTOperationIsReadyKey || key == ZTOperationIsFinishedKey))
+    callQueueHook(key);
+}
+
+void ZTOperation::notifyObservers(std::string_view key, ZTKeyValueChange change) {
   // Call a snapshot, outside the lock, so that callbacks may add and remove observers.
   constexpr std::size_t inlineCount = 4;
   std::array<std::shared_ptr<Observation>, inlineCount> inlineSnapshot;
@@ -240,23 +272,20 @@ void ZTOperation::notify(std::string_view key, ZTKeyValueChange change) {
 }
 
 void ZTOperation::operationDidFinish() {
+  if (completionClaimed_.exchange(true, std::memory_order_acq_rel)) return;
   std::function<void()> block;
   {
     std::lock_guard lock(stateMutex_);
-    if (completionClaimed_.exchange(true, std::memory_order_acq_rel)) return;
-    finishAnnounced_ = true;
     block = std::move(completionBlock_);
     completionBlock_ = nullptr;
   }
-  stateCondition_.notify_all();
+  finishAnnounced_.store(true);
+  wakeWaiters();
   struct Reporter {
     ZTOperation& operation;
     ~Reporter() {
-      {
-        std::lock_guard lock(operation.stateMutex_);
-        operation.completionHandlerWasCalled_ = true;
-      }
-      operation.stateCondition_.notify_all();
+      operation.completionHandlerWasCalled_.store(true);
+      operation.wakeWaiters();
     }
   } reporter{*this};
   if (block) block();

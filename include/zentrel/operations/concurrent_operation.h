@@ -130,8 +130,8 @@ class ZTConcurrentOperation : public ZTOperation {
   // Only the first of the competing completions (finishing, cancellation) proceeds.
   bool claimCompletion() { return !completionClaimed_.exchange(true, std::memory_order_acq_rel); }
 
-  bool executing_ = false;  // guarded by readingExecutingLock_ (changes serialised by changingExecutingLock_)
-  bool finished_ = false;   // guarded by readingFinishedLock_ (changes serialised by changingFinishedLock_)
+  std::atomic<bool> executing_{false};  // changes serialised by changingExecutingLock_
+  std::atomic<bool> finished_{false};   // changes serialised by changingFinishedLock_
   std::atomic<bool> cancelsWorkerThreadOnCompletion_{false};
   bool shouldHandleExceptions_ = true;
   std::atomic<bool> wasStarted_{false};
@@ -141,10 +141,9 @@ class ZTConcurrentOperation : public ZTOperation {
   std::shared_ptr<ZTThread> workerThread_;
   mutable std::mutex userInfoMutex_;
   std::shared_ptr<void> userInfo_;  // guarded by userInfoMutex_
+  // Recursive, so that an observer reacting to one change may read and change flags on its thread.
   mutable std::recursive_mutex changingExecutingLock_;
-  mutable std::recursive_mutex readingExecutingLock_;
   mutable std::recursive_mutex changingFinishedLock_;
-  mutable std::recursive_mutex readingFinishedLock_;
   Handler startHandler_;
   Handler cancellationHandler_;
   FailureHandler failureHandler_;

@@ -13,6 +13,9 @@
 // (object: the queue) on the default notification centre, synchronously, on the thread that
 // finished that operation — once per transition to empty.
 //
+// An operation is in at most one queue at a time: adding one that waits or runs in another queue
+// throws ZTInternalInconsistencyException. Once it has finished (or the queue let it go), it is free.
+//
 // dispose() cancels everything and waits up to 60 seconds for executing operations to finish; an
 // executing ZTConcurrentOperation whose worker thread is the calling thread is not waited for (it
 // could only finish on the thread that is about to wait). After dispose() nothing is added or started.
@@ -27,7 +30,6 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "zentrel/platform/operation.h"
@@ -100,6 +102,11 @@ class ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
   void cancelAllOperationsInCollections(bool includeExecuting, bool stopObservingExecutingOperations);
   std::int64_t operationsCountLocked() const;
   void insertReady(const OperationPointer& operation);
+  void addExecuting(OperationPointer operation);
+  OperationPointer removeExecuting(ZTOperation& operation);
+  // The operation leaves the queue: no longer observed, free to join another queue.
+  void release(ZTOperation& operation);
+  static void operationChanged(const std::shared_ptr<void>& queue, ZTOperation& operation, std::string_view key);
 
   mutable std::recursive_mutex monitor_;
   std::int64_t maxConcurrentOperationCount_ = 5;  // guarded by monitor_
@@ -107,16 +114,10 @@ class ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
   bool disposed_ = false;                         // guarded by monitor_
   std::string name_;                              // guarded by monitor_
   const std::shared_ptr<ZTThread> workerThread_;
-  std::unique_ptr<zt::detail::ReadyOperations> readyOperations_;                        // guarded by monitor_
-  std::unordered_set<const ZTOperation*> readyOperationsIndex_;                         // guarded by monitor_
-  std::unordered_map<const ZTOperation*, OperationPointer> notReadyOperationsSet_;      // guarded by monitor_
-  std::unordered_map<const ZTOperation*, OperationPointer> executingOperationsSet_;     // guarded by monitor_
+  // Where each operation is, is also recorded in the operation itself (see ZTOperation).
+  std::unique_ptr<zt::detail::ReadyOperations> readyOperations_;                    // guarded by monitor_
+  std::unordered_map<const ZTOperation*, OperationPointer> notReadyOperationsSet_;  // guarded by monitor_
+  std::vector<OperationPointer> executingOperationsSet_;                            // guarded by monitor_
+  std::vector<OperationPointer> toStartScratch_;                                    // guarded by monitor_
   std::shared_ptr<zt::detail::PendingStarts> pendingStarts_;
-
-  mutable std::mutex observingMutex_;
-  struct Observed {
-    std::weak_ptr<ZTOperation> operation;
-    std::shared_ptr<ZTOperationObservation> observation;
-  };
-  std::unordered_map<const ZTOperation*, Observed> observingOperationsSet_;  // guarded by observingMutex_
 };

@@ -141,7 +141,9 @@ class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
  private:
   struct Observation;
   void notify(std::string_view key, ZTKeyValueChange change);
+  void notifyObservers(std::string_view key, ZTKeyValueChange change);
   void operationDidFinish();
+  void wakeWaiters();
 
   std::atomic<bool> cancelled_{false};
   std::atomic<bool> ready_{true};
@@ -164,9 +166,24 @@ class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
   std::atomic<std::size_t> observersCount_{0};
 
   mutable std::mutex stateMutex_;
-  std::condition_variable stateCondition_;
-  bool finishAnnounced_ = false;           // guarded by stateMutex_
-  bool completionHandlerWasCalled_ = false;  // guarded by stateMutex_
+  std::condition_variable stateCondition_;  // waited on under stateMutex_
+  std::atomic<int> waiters_{0};
+  std::atomic<bool> finishAnnounced_{false};
+  std::atomic<bool> completionHandlerWasCalled_{false};
   std::function<void()> completionBlock_;  // guarded by stateMutex_
   std::string name_;                       // guarded by stateMutex_
+
+  // Book-keeping of the ZTOperationQueue holding the operation; an operation is in at most one
+  // queue at a time. queueOwner_ is claimed atomically; queueState_ and queueIndex_ are guarded by
+  // the owning queue's monitor; the hook, through which the queue hears of "isReady" and
+  // "isFinished" without an observer registration of its own, by observersMutex_.
+  friend class ZTOperationQueue;
+  using QueueHook = void (*)(const std::shared_ptr<void>& queue, ZTOperation& operation, std::string_view key);
+  void callQueueHook(std::string_view key);
+  std::atomic<const void*> queueOwner_{nullptr};
+  int queueState_ = 0;
+  std::size_t queueIndex_ = 0;
+  std::atomic<bool> hasQueueHook_{false};
+  QueueHook queueHook_ = nullptr;        // guarded by observersMutex_
+  std::weak_ptr<void> queueHookTarget_;  // guarded by observersMutex_
 };

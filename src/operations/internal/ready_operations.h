@@ -24,27 +24,44 @@ class ChunkedSequence {
   bool empty() const { return size_ == 0; }
 
   void insert(std::size_t index, T value) {
-    if (blocks_.empty()) blocks_.emplace_back();
-    std::size_t block = 0;
-    while (block + 1 < blocks_.size() && index > blocks_[block].size()) index -= blocks_[block++].size();
-    auto& items = blocks_[block];
-    items.insert(items.begin() + static_cast<std::ptrdiff_t>(index), std::move(value));
+    if (blocks_.empty()) {
+      blocks_.emplace_back();
+      sizes_.push_back(0);
+    }
+    // Find the block from whichever end is nearer; the sizes sit in their own array for a quick scan.
+    std::size_t block;
+    if (index <= size_ / 2) {
+      block = 0;
+      while (block + 1 < sizes_.size() && index > sizes_[block]) index -= sizes_[block++];
+    } else {
+      block = sizes_.size() - 1;
+      std::size_t after = size_ - index;  // elements at or after the insertion point
+      while (block > 0 && after > sizes_[block]) after -= sizes_[block--];
+      index = sizes_[block] - after;
+    }
+    Block& target = blocks_[block];
+    target.items.insert(target.items.begin() + static_cast<std::ptrdiff_t>(target.head + index), std::move(value));
+    ++sizes_[block];
     ++size_;
-    if (items.size() > kBlockSize) {
-      std::vector<T> upper(std::make_move_iterator(items.begin() + kBlockSize / 2),
-                           std::make_move_iterator(items.end()));
-      items.resize(kBlockSize / 2);
+    if (target.size() > kBlockSize) {
+      target.compact();
+      Block upper;
+      upper.items.assign(std::make_move_iterator(target.items.begin() + kBlockSize / 2),
+                         std::make_move_iterator(target.items.end()));
+      target.items.resize(kBlockSize / 2);
+      sizes_[block] = static_cast<std::uint32_t>(target.size());
+      sizes_.insert(sizes_.begin() + static_cast<std::ptrdiff_t>(block) + 1, static_cast<std::uint32_t>(upper.size()));
       blocks_.insert(blocks_.begin() + static_cast<std::ptrdiff_t>(block) + 1, std::move(upper));
     }
   }
 
-  const T& front() const { return blocks_.front().front(); }
+  const T& front() const { return blocks_.front().items[blocks_.front().head]; }
 
   T popFront() {
-    auto& items = blocks_.front();
-    T value = std::move(items.front());
-    items.erase(items.begin());
-    if (items.empty()) blocks_.erase(blocks_.begin());
+    Block& first = blocks_.front();
+    T value = std::move(first.items[first.head++]);
+    --sizes_.front();
+    if (first.size() == 0) eraseBlock(0);
     --size_;
     return value;
   }
@@ -53,11 +70,12 @@ class ChunkedSequence {
   template <class U>
   bool remove(const U& value) {
     for (std::size_t block = 0; block < blocks_.size(); ++block) {
-      auto& items = blocks_[block];
-      for (auto it = items.begin(); it != items.end(); ++it) {
+      auto& items = blocks_[block].items;
+      for (auto it = items.begin() + static_cast<std::ptrdiff_t>(blocks_[block].head); it != items.end(); ++it) {
         if (*it != value) continue;
         items.erase(it);
-        if (items.empty()) blocks_.erase(blocks_.begin() + static_cast<std::ptrdiff_t>(block));
+        --sizes_[block];
+        if (blocks_[block].size() == 0) eraseBlock(block);
         --size_;
         return true;
       }
@@ -67,18 +85,35 @@ class ChunkedSequence {
 
   template <class F>
   void forEach(F&& f) const {
-    for (const auto& items : blocks_)
-      for (const auto& item : items) f(item);
+    for (const auto& block : blocks_)
+      for (std::size_t i = block.head; i < block.items.size(); ++i) f(block.items[i]);
   }
 
   void clear() {
     blocks_.clear();
+    sizes_.clear();
     size_ = 0;
   }
 
  private:
-  static constexpr std::size_t kBlockSize = 256;
-  std::vector<std::vector<T>> blocks_;
+  void eraseBlock(std::size_t block) {
+    blocks_.erase(blocks_.begin() + static_cast<std::ptrdiff_t>(block));
+    sizes_.erase(sizes_.begin() + static_cast<std::ptrdiff_t>(block));
+  }
+
+  static constexpr std::size_t kBlockSize = 512;
+  // Elements before head have been taken from the front; popping does not shift the rest.
+  struct Block {
+    std::vector<T> items;
+    std::size_t head = 0;
+    std::size_t size() const { return items.size() - head; }
+    void compact() {
+      items.erase(items.begin(), items.begin() + static_cast<std::ptrdiff_t>(head));
+      head = 0;
+    }
+  };
+  std::vector<Block> blocks_;
+  std::vector<std::uint32_t> sizes_;  // sizes_[i] == blocks_[i].size()
   std::size_t size_ = 0;
 };
 
@@ -86,12 +121,8 @@ class ReadyOperations {
  public:
   using Pointer = std::shared_ptr<ZTOperation>;
 
-  std::size_t size() const {
-    std::size_t total = 0;
-    for (const auto& run : runs_) total += run.size();
-    return total;
-  }
-  bool empty() const { return size() == 0; }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
 
   // Returns the index at which the operation was inserted.
   std::size_t insert(Pointer operation) {
@@ -117,6 +148,7 @@ class ReadyOperations {
     }
     if (lo < runStart) lo = runStart;  // only when the run is empty and the search ran off its left
     runs_[run].insert(lo - runStart, Entry{std::move(operation)});
+    ++size_;
     return lo;
   }
 
@@ -128,14 +160,20 @@ class ReadyOperations {
   }
 
   Pointer popFront() {
-    for (auto& run : runs_)
-      if (!run.empty()) return run.popFront().operation;
+    for (auto& run : runs_) {
+      if (run.empty()) continue;
+      --size_;
+      return run.popFront().operation;
+    }
     return nullptr;
   }
 
   bool remove(const ZTOperation* operation) {
-    for (auto& run : runs_)
-      if (run.remove(operation)) return true;
+    for (auto& run : runs_) {
+      if (!run.remove(operation)) continue;
+      --size_;
+      return true;
+    }
     return false;
   }
 
@@ -146,6 +184,7 @@ class ReadyOperations {
 
   void clear() {
     for (auto& run : runs_) run.clear();
+    size_ = 0;
   }
 
   // Highest priority first.
@@ -163,6 +202,7 @@ class ReadyOperations {
     friend bool operator!=(const Entry& entry, const ZTOperation* other) { return entry.operation.get() != other; }
   };
   std::array<ChunkedSequence<Entry>, 5> runs_;
+  std::size_t size_ = 0;
 };
 
 }  // namespace zt::detail

@@ -1,0 +1,182 @@
+// The operation queue and the objects pool beside plain peers. Read the results as ratios:
+//   QueueThroughput / ThreadPoolThroughput   (items per second; 100,000 trivial operations, 5 at once)
+//   QueueStartLatency / ThreadPoolStartLatency (median microseconds from adding to start)
+//   ObjectsPoolGetPut / MutexVectorPoolGetPut  (get/put pairs per second)
+
+#include <asio/post.hpp>
+#include <asio/thread_pool.hpp>
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "zentrel/operations/concurrent_operation.h"
+#include "zentrel/operations/objects_pool.h"
+#include "zentrel/operations/operation_queue.h"
+#include "zentrel/operations/thread_with_run_loop.h"
+
+namespace {
+using Clock = std::chrono::steady_clock;
+constexpr int kOperations = 100'000;
+
+// A concurrent operation that counts itself and finishes at once.
+class TrivialOperation : public ZTConcurrentOperation {
+ public:
+  explicit TrivialOperation(std::atomic<long>& counter) : ZTConcurrentOperation(nullptr), counter_(counter) {}
+  void main() override {
+    counter_.fetch_add(1, std::memory_order_release);
+    finishWithSuccessHandler(nullptr);
+  }
+
+ private:
+  std::atomic<long>& counter_;
+};
+
+void waitFor(const std::atomic<long>& counter, long target) {
+  while (counter.load(std::memory_order_acquire) < target) std::this_thread::yield();
+}
+
+void QueueThroughput(benchmark::State& state) {
+  auto thread = ZTThreadWithRunLoop::spawnThreadWithName("bench queue");
+  auto queue = ZTOperationQueue::create(thread);
+  queue->setMaxConcurrentOperationCount(5);
+  std::atomic<long> counter{0};
+  for (auto _ : state) {
+    const long target = counter.load() + kOperations;
+    for (int i = 0; i < kOperations; ++i) queue->addOperation(std::make_shared<TrivialOperation>(counter));
+    waitFor(counter, target);
+    while (queue->operationsCount() != 0) std::this_thread::yield();
+  }
+  state.SetItemsProcessed(state.iterations() * kOperations);
+  thread->cancel();
+  thread->waitUntilFinished();
+}
+BENCHMARK(QueueThroughput)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void ThreadPoolThroughput(benchmark::State& state) {
+  asio::thread_pool pool(5);
+  std::atomic<long> counter{0};
+  for (auto _ : state) {
+    const long target = counter.load() + kOperations;
+    for (int i = 0; i < kOperations; ++i)
+      asio::post(pool, [&counter] { counter.fetch_add(1, std::memory_order_release); });
+    waitFor(counter, target);
+  }
+  state.SetItemsProcessed(state.iterations() * kOperations);
+  pool.join();
+}
+BENCHMARK(ThreadPoolThroughput)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Latency: one operation at a time on an idle queue, from addOperation() to its main().
+class StampingOperation : public ZTConcurrentOperation {
+ public:
+  StampingOperation() : ZTConcurrentOperation(nullptr) {}
+  std::atomic<Clock::rep> startedAt{0};
+  void main() override {
+    startedAt.store(Clock::now().time_since_epoch().count(), std::memory_order_release);
+    finishWithSuccessHandler(nullptr);
+  }
+};
+
+void reportMedian(benchmark::State& state, std::vector<double>& samples) {
+  if (samples.empty()) return;
+  std::nth_element(samples.begin(), samples.begin() + static_cast<long>(samples.size() / 2), samples.end());
+  state.counters["median_us"] = samples[samples.size() / 2];
+}
+
+void QueueStartLatency(benchmark::State& state) {
+  auto thread = ZTThreadWithRunLoop::spawnThreadWithName("bench latency");
+  auto queue = ZTOperationQueue::create(thread);
+  std::vector<double> samples;
+  for (auto _ : state) {
+    auto operation = std::make_shared<StampingOperation>();
+    const auto added = Clock::now();
+    queue->addOperation(operation);
+    while (operation->startedAt.load(std::memory_order_acquire) == 0) std::this_thread::yield();
+    const auto started = Clock::time_point(Clock::duration(operation->startedAt.load()));
+    const std::chrono::duration<double> elapsed = started - added;
+    state.SetIterationTime(elapsed.count());
+    samples.push_back(elapsed.count() * 1e6);
+    while (queue->operationsCount() != 0) std::this_thread::yield();
+  }
+  reportMedian(state, samples);
+  thread->cancel();
+  thread->waitUntilFinished();
+}
+BENCHMARK(QueueStartLatency)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(20'000);
+
+void ThreadPoolStartLatency(benchmark::State& state) {
+  asio::thread_pool pool(5);
+  std::vector<double> samples;
+  for (auto _ : state) {
+    std::atomic<Clock::rep> startedAt{0};
+    const auto added = Clock::now();
+    asio::post(pool, [&startedAt] { startedAt.store(Clock::now().time_since_epoch().count(), std::memory_order_release); });
+    while (startedAt.load(std::memory_order_acquire) == 0) std::this_thread::yield();
+    const std::chrono::duration<double> elapsed = Clock::time_point(Clock::duration(startedAt.load())) - added;
+    state.SetIterationTime(elapsed.count());
+    samples.push_back(elapsed.count() * 1e6);
+  }
+  reportMedian(state, samples);
+  pool.join();
+}
+BENCHMARK(ThreadPoolStartLatency)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(20'000);
+
+struct Buffer {
+  char bytes[64];
+};
+
+void ObjectsPoolGetPut(benchmark::State& state) {
+  std::vector<std::shared_ptr<Buffer>> objects;
+  for (int i = 0; i < 16; ++i) objects.push_back(std::make_shared<Buffer>());
+  auto pool = ZTObjectsPool<Buffer>::poolWithObjects(objects);
+  for (auto _ : state) {
+    auto object = pool->getObject();
+    benchmark::DoNotOptimize(object.get());
+    pool->putObject(object);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(ObjectsPoolGetPut);
+
+// The peer: a vector of free objects behind a mutex.
+class MutexVectorPool {
+ public:
+  explicit MutexVectorPool(std::vector<std::shared_ptr<Buffer>> objects) : free_(std::move(objects)) {}
+  std::shared_ptr<Buffer> get() {
+    std::lock_guard lock(mutex_);
+    if (free_.empty()) return nullptr;
+    auto object = std::move(free_.back());
+    free_.pop_back();
+    return object;
+  }
+  void put(std::shared_ptr<Buffer> object) {
+    std::lock_guard lock(mutex_);
+    free_.push_back(std::move(object));
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::shared_ptr<Buffer>> free_;
+};
+
+void MutexVectorPoolGetPut(benchmark::State& state) {
+  std::vector<std::shared_ptr<Buffer>> objects;
+  for (int i = 0; i < 16; ++i) objects.push_back(std::make_shared<Buffer>());
+  MutexVectorPool pool(objects);
+  for (auto _ : state) {
+    auto object = pool.get();
+    benchmark::DoNotOptimize(object.get());
+    pool.put(object);
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(MutexVectorPoolGetPut);
+
+}  // namespace
+
+BENCHMARK_MAIN();
