@@ -179,23 +179,6 @@ std::string stringByStandardizingPath(std::string_view path) {
   return out;
 }
 
-std::string stringByDeletingLastSlash(std::string_view path) {
-  if (path.size() >= 2 && path.back() == '/') path.remove_suffix(1);
-  return std::string(path);
-}
-
-std::string stringByDeletingFirstSlash(std::string_view path) {
-  if (path.size() >= 2 && path.front() == '/') path.remove_prefix(1);
-  return std::string(path);
-}
-
-std::string stringByDeletingPrivate(std::string_view path) {
-  constexpr std::string_view kPrivate = "/private/";
-  const std::size_t at = path.find(kPrivate);
-  if (at == std::string_view::npos) return std::string(path);
-  return std::string(path.substr(at + kPrivate.size() - 1));
-}
-
 std::string stringByPrependingSlashToPath(std::string_view path) {
   if (path.empty() || path.front() == '/') return std::string(path);
   return "/" + std::string(path);

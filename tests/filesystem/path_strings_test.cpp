@@ -54,19 +54,12 @@ TEST(PathVocabulary, JoiningAndSplitting) {
 }
 
 TEST(PathStrings, SlashHelpers) {
-  EXPECT_EQ(zt::stringByDeletingLastSlash("/a/"), "/a");
-  EXPECT_EQ(zt::stringByDeletingLastSlash("/"), "/");
-  EXPECT_EQ(zt::stringByDeletingFirstSlash("/a"), "a");
-  EXPECT_EQ(zt::stringByDeletingFirstSlash("/"), "/");
   EXPECT_EQ(zt::stringByPrependingSlashToPath("a"), "/a");
   EXPECT_EQ(zt::stringByPrependingSlashToPath("/a"), "/a");
   EXPECT_EQ(zt::stringByPrependingSlashToPath(""), "");
   EXPECT_EQ(zt::stringByAppendingSlashToPath(""), "/");
   EXPECT_EQ(zt::stringByAppendingSlashToPath("/a"), "/a/");
   EXPECT_EQ(zt::stringByAppendingSlashToPath("/a/"), "/a/");
-  EXPECT_EQ(zt::stringByDeletingPrivate("/private/var/x"), "/var/x");
-  EXPECT_EQ(zt::stringByDeletingPrivate("/Volumes/d/private/var"), "/var");
-  EXPECT_EQ(zt::stringByDeletingPrivate("/var/private"), "/var/private");
 }
 
 TEST(PathStrings, NormalizationOptions) {

@@ -58,12 +58,8 @@ std::string stringByStandardizingPath(std::string_view path);
 
 // --- Path strings ------------------------------------------------------------------------------
 
-// Drops one trailing "/" when the path is at least two bytes long ("/" stays "/").
-std::string stringByDeletingLastSlash(std::string_view path);
-// Drops one leading "/" when the path is at least two bytes long.
-std::string stringByDeletingFirstSlash(std::string_view path);
-// When "/private/" occurs, keeps the text from the "/" that ends it: "/private/var/x" -> "/var/x".
-std::string stringByDeletingPrivate(std::string_view path);
+// (stringByDeletingLastSlash, stringByDeletingFirstSlash and stringByDeletingPrivate are plain
+// text operations and live with the string utilities of the text area.)
 // "/%s" of the path unless it is empty or already starts with "/".
 std::string stringByPrependingSlashToPath(std::string_view path);
 // Appends "/" unless the path already ends with one; "" -> "/".

@@ -17,9 +17,14 @@ namespace zt::fs_internal {
 
 namespace {
 
+std::string withoutTrailingSlash(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
 std::string absoluteFromEnvironment(const EnvironmentLookup& env, const char* name, const std::string& fallback) {
   const std::optional<std::string> value = env(name);
-  if (value && !value->empty() && value->front() == '/') return stringByDeletingLastSlash(*value);
+  if (value && !value->empty() && value->front() == '/') return withoutTrailingSlash(*value);
   return fallback;
 }
 
@@ -96,7 +101,7 @@ std::optional<std::string> userDirectoryFromUserDirsFile(std::string_view conten
     if (unescaped.rfind("$HOME", 0) == 0 && (unescaped.size() == 5 || unescaped[5] == '/')) {
       found = stringByAppendingPathComponent(home, unescaped.substr(5));
     } else if (!unescaped.empty() && unescaped.front() == '/') {
-      found = stringByDeletingLastSlash(unescaped);
+      found = withoutTrailingSlash(unescaped);
     }
     // A later line for the same key wins, as when the file is sourced by a shell.
   }
@@ -119,7 +124,7 @@ std::optional<std::string> freedesktopTrash(const std::string& home, const Envir
 
 std::string temporaryDirectory(const EnvironmentLookup& env) {
   const std::optional<std::string> value = env("TMPDIR");
-  if (value && !value->empty() && usablePath(*value)) return stringByDeletingLastSlash(*value);
+  if (value && !value->empty() && usablePath(*value)) return withoutTrailingSlash(*value);
   return "/tmp";
 }
 
