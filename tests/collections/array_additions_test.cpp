@@ -179,9 +179,11 @@ TEST(MappingAndFiltering, MapSkipsNilAndStopsEarly) {
   EXPECT_EQ(zt::objectPassingTest(numbers, [](int n) { return n > 9; }), nullptr);
   EXPECT_EQ(zt::objectPassingTest(numbers, [](int, std::size_t, bool& stop) { return stop = true, false; }), nullptr);
 
-  EXPECT_EQ(zt::filteredArrayUsingBlock(numbers, std::function<bool(const int&)>([](const int& n) { return n % 2 == 1; })),
-            (Ints{1, 3, 5}));
-  EXPECT_EQ(zt::filteredArrayUsingBlock(numbers, std::function<bool(const int&)>()), numbers);
+  EXPECT_EQ(zt::filteredArrayUsingBlock(numbers, [](const int& n) { return n % 2 == 1; }), (Ints{1, 3, 5}));
+  EXPECT_EQ(zt::filteredArrayUsingBlock(numbers, nullptr), numbers);
+  const int threshold = 4;
+  Ints sorted{1, 3, 5};
+  EXPECT_EQ(zt::insertObject(sorted, threshold, false, ascending), 2u);
 }
 
 TEST(Construction, TerminatedListSkipsNilsAndStopsAtTheTerminator) {

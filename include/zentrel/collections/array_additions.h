@@ -78,7 +78,7 @@ std::size_t indexOfObject(const Sequence& array, const T& object, Comparator com
 // equals: callers that need first-in-first-out order among equals must not rely on it. With
 // allowDuplicates false an equal element makes it answer ZTNotFound and insert nothing.
 template <class T, class Alloc, class U, class Comparator>
-  requires ZTComparatorFor<Comparator, T, U>
+  requires ZTComparatorFor<Comparator, T, std::remove_cvref_t<U>>
 std::size_t insertObject(std::vector<T, Alloc>& array, U&& object, bool allowDuplicates, Comparator comparator) {
   const auto [found, index] = detail::probeSorted(array, object, comparator);
   if (found && !allowDuplicates) return ZTNotFound;
@@ -87,7 +87,7 @@ std::size_t insertObject(std::vector<T, Alloc>& array, U&& object, bool allowDup
 }
 // The same with duplicates allowed (the form for a comparison method).
 template <class T, class Alloc, class U, class Comparator>
-  requires ZTComparatorFor<Comparator, T, U>
+  requires ZTComparatorFor<Comparator, T, std::remove_cvref_t<U>>
 std::size_t insertObject(std::vector<T, Alloc>& array, U&& object, Comparator comparator) {
   return insertObject(array, std::forward<U>(object), true, std::move(comparator));
 }
@@ -197,7 +197,7 @@ const T* objectPassingTest(const std::vector<T, Alloc>& array, Test test) {
 // The elements for which the test is true, in order; an empty std::function gives the whole array.
 template <class T, class Alloc>
 std::vector<T, Alloc> filteredArrayUsingBlock(const std::vector<T, Alloc>& array,
-                                              const std::function<bool(const T&)>& test) {
+                                              const std::type_identity_t<std::function<bool(const T&)>>& test) {
   if (!test) return array;
   std::vector<T, Alloc> kept;
   std::copy_if(array.begin(), array.end(), std::back_inserter(kept), test);

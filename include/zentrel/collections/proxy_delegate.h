@@ -25,6 +25,9 @@
 // Forwarded methods may also belong to another interface (forward<&Other::method>): delegates that
 // are not an Other do not respond to it.
 //
+// A forwarding class constructed directly rather than through create() starts with no delegates and
+// forwarding off: its calls are dropped until delegates are added and setForwardsInvocations(true).
+//
 // Ownership: delegates are held weakly; the owner keeps them alive. A delegate that dies leaves the
 // list at the next walk; when the main delegate dies the next one in the list becomes main.
 // Threads: none; use a proxy on one thread (or serialise access). Each call walks a copy of the
