@@ -6,7 +6,8 @@
 // words where Unicode line breaking allows it (a word wider than the line is broken between
 // characters); with character wrapping between any two characters; with clipping and the three
 // truncating modes each paragraph stays on one line, clipped or shortened with "…" at its head,
-// middle or tail. A line's width is its shaped advance width; trailing spaces do not count.
+// middle or tail. A line's width is its shaped advance width; trailing spaces do not count. A width
+// limit of 0 or less, or an infinite one, means no limit.
 // Sizes are in points and rounded up to whole points. A null font means the system font of size
 // 12.
 //
