@@ -1,6 +1,7 @@
 #include "zentrel/filesystem/content_sniffing.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,8 +18,17 @@ constexpr std::size_t kSampleLength = 4096;
 
 class ReadOnlyFile {
  public:
+  // Only regular files are read: opening without blocking and checking the kind keeps a FIFO or a
+  // device from stalling the caller.
   explicit ReadOnlyFile(std::string_view path)
-      : fd_(zt::fs_internal::usablePath(path) ? ::open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC) : -1) {}
+      : fd_(zt::fs_internal::usablePath(path) ? ::open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)
+                                              : -1) {
+    struct stat st {};
+    if (fd_ >= 0 && (::fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode))) {
+      ::close(fd_);
+      fd_ = -1;
+    }
+  }
   ~ReadOnlyFile() {
     if (fd_ >= 0) ::close(fd_);
   }

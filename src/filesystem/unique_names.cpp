@@ -12,6 +12,7 @@
 #include "filesystem/internal/fs.h"
 #include "zentrel/filesystem/path_strings.h"
 #include "zentrel/filesystem/standard_directories.h"
+#include "zentrel/platform/exceptions.h"
 
 namespace {
 
@@ -49,6 +50,10 @@ std::string ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(const std::string
                                                               const std::optional<std::string>& suffix,
                                                               std::int64_t startNumber,
                                                               const ZTCanCreateItemBlock& canCreate) {
+  if (!canCreate) {
+    throw ZTInternalInconsistencyException(
+        "ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock needs a handler that says which names can be created");
+  }
   if (canCreate(name, parent)) return name;
 
   std::string stem = name;
@@ -95,6 +100,10 @@ std::string ZTGenerateUniquePathUsingItemExistsBlock(const std::string& path, bo
                                                      const std::optional<std::string>& separator,
                                                      const std::optional<std::string>& suffix,
                                                      std::int64_t startNumber, const ZTItemExistsBlock& itemExists) {
+  if (!itemExists) {
+    throw ZTInternalInconsistencyException(
+        "ZTGenerateUniquePathUsingItemExistsBlock needs a handler that says whether an item exists");
+  }
   const std::string parentPath = zt::stringByDeletingLastPathComponent(path);
   const std::string name = zt::lastPathComponent(path);
   const std::string chosen = ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(

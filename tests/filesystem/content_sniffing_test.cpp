@@ -55,6 +55,10 @@ TEST_F(ContentSniffing, UnreadableOrMissingFilesAreNotText) {
   EXPECT_FALSE(ZTIsPlainTextFileAtPath(dir / "missing"));
   EXPECT_FALSE(ZTIsPlainTextFileAtPath(""));
   EXPECT_FALSE(ZTIsPlainTextFileAtPath(dir.path()));  // a folder cannot be read
+  // A FIFO without a writer would block a reader: it is not read at all.
+  ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
+  EXPECT_FALSE(ZTIsPlainTextFileAtPath(dir / "fifo"));
+  EXPECT_EQ(ZTFileExtensionUsingContentForFileAtPath(dir / "fifo"), std::nullopt);
   const std::string locked = file("locked.txt", "text");
   ASSERT_EQ(::chmod(locked.c_str(), 0), 0);
   if (::geteuid() != 0) {

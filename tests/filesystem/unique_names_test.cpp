@@ -7,6 +7,7 @@
 
 #include "filesystem/support/temp_dir.h"
 #include "zentrel/filesystem/path_strings.h"
+#include "zentrel/platform/exceptions.h"
 
 namespace {
 
@@ -115,6 +116,13 @@ TEST(UniqueName, ParentContextIsPassedThrough) {
         return ++calls == 3;
       });
   EXPECT_EQ(name, "x-2");
+}
+
+TEST(UniqueName, MissingHandlerIsAProgrammingError) {
+  EXPECT_THROW(ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock("a", {}, false, "-", std::nullopt, 1, {}),
+               ZTInternalInconsistencyException);
+  EXPECT_THROW(ZTGenerateUniquePathUsingItemExistsBlock("/d/a", false, "-", std::nullopt, 1, {}),
+               ZTInternalInconsistencyException);
 }
 
 TEST(UniquePath, UsesTheExistenceHandlerOnFullPaths) {

@@ -1,6 +1,7 @@
 #pragma once
 // Guesses from a file's first bytes. Any thread; the file is opened read-only and closed again.
-// A missing, unreadable or vanished file gives false / nullopt, never an exception.
+// Only regular files (symbolic links followed) are read: a missing, unreadable or vanished file,
+// a folder, a FIFO or a device gives false / nullopt, never an exception and never a wait.
 
 #include <optional>
 #include <string>

@@ -14,8 +14,9 @@
 // There is no upper bound: the loop ends only when the handler accepts a candidate, so a handler
 // must eventually say yes. With no separator and no suffix the separator prints as "(null)".
 //
-// Handlers are called synchronously on the calling thread, any number of times. The functions keep
-// no state and may be called from any thread.
+// Handlers are called synchronously on the calling thread, any number of times. An empty handler
+// is a programming error: ZTInternalInconsistencyException. The functions keep no state and may
+// be called from any thread.
 
 #include <any>
 #include <cstdint>

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -28,15 +29,16 @@ std::string absoluteFromEnvironment(const EnvironmentLookup& env, const char* na
   return fallback;
 }
 
+// The contents of a regular file of at most 1 MiB (a user-dirs file is a few hundred bytes);
+// empty for anything else, so a FIFO or a device in its place is never read.
 std::string readSmallFile(const std::string& path) {
-  if (!usablePath(path)) return {};
+  struct stat st {};
+  if (!usablePath(path) || ::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > (1 << 20)) return {};
   std::ifstream in(path, std::ios::binary);
   if (!in) return {};
   std::ostringstream contents;
   contents << in.rdbuf();
-  std::string text = contents.str();
-  if (text.size() > 1 << 20) text.clear();  // not a user-dirs file
-  return text;
+  return contents.str();
 }
 
 }  // namespace
