@@ -245,11 +245,20 @@ ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const 
                     ZTLineBreakMode lineBreakMode, ZTTextAlignment alignment) {
   const ZTFont* f = resolve(font);
   if (!f || !context || cairo_status(context) != CAIRO_STATUS_SUCCESS) return {};
+  // A NaN anywhere, or an origin at infinity, would put the caller's context into an error state.
+  if (!std::isfinite(rect.origin.x) || !std::isfinite(rect.origin.y) || std::isnan(rect.size.width) ||
+      std::isnan(rect.size.height)) {
+    return {};
+  }
+  const bool limitedWidth = std::isfinite(rect.size.width) && rect.size.width > 0;
+  const bool limitedHeight = std::isfinite(rect.size.height) && rect.size.height > 0;
   const std::vector<Line> lines =
       Layout(*f, rect.size.width, lineBreakMode).run(text, linesFitting(rect.size.height, *f));
   cairo_save(context);
-  cairo_rectangle(context, rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
-  cairo_clip(context);
+  if (limitedWidth && limitedHeight) {
+    cairo_rectangle(context, rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
+    cairo_clip(context);
+  }
   cairo_set_font_face(context, f->cairoFontFace());
   cairo_set_font_size(context, f->pointSize());
   std::vector<internal::ShapedGlyph> shaped;
@@ -257,8 +266,8 @@ ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const 
   double baseline = rect.origin.y + f->ascender();
   for (const Line& line : lines) {
     double x = rect.origin.x;
-    if (alignment == ZTTextAlignment::Right) x += rect.size.width - line.width;
-    else if (alignment == ZTTextAlignment::Center) x += (rect.size.width - line.width) / 2;
+    if (limitedWidth && alignment == ZTTextAlignment::Right) x += rect.size.width - line.width;
+    else if (limitedWidth && alignment == ZTTextAlignment::Center) x += (rect.size.width - line.width) / 2;
     shaped.clear();
     internal::shape(*f, line.text, &shaped);
     glyphs.resize(shaped.size());

@@ -224,6 +224,21 @@ TEST(Drawing, InkStaysInTheRectangleAndFollowsTheAlignment) {
     EXPECT_FALSE(canvas.inked(0, static_cast<int>(std::ceil(font->lineHeight() * 2)), 200, 200));
   }
   EXPECT_EQ(ztDrawInRect("x", nullptr, ZTRect{{0, 0}, {10, 10}}, font, ZTLineBreakMode::ByClipping).width, 0);
+  {
+    // Nonsense rectangles draw nothing and leave the caller's context usable.
+    Canvas canvas(100, 100);
+    const double nan = std::nan("");
+    EXPECT_EQ(ztDrawInRect("x", canvas.context, ZTRect{{nan, 0}, {10, 10}}, font, ZTLineBreakMode::ByClipping).width, 0);
+    EXPECT_EQ(ztDrawInRect("x", canvas.context, ZTRect{{0, 0}, {nan, 10}}, font, ZTLineBreakMode::ByClipping).width, 0);
+    EXPECT_EQ(cairo_status(canvas.context), CAIRO_STATUS_SUCCESS);
+    EXPECT_FALSE(canvas.inked(0, 0, 100, 100));
+    // An unlimited rectangle draws every line, unclipped.
+    const ZTSize drawn = ztDrawInRect("a\nb\nc", canvas.context, ZTRect{{0, 0}, {INFINITY, 0}}, font,
+                                      ZTLineBreakMode::ByWordWrapping);
+    EXPECT_EQ(drawn.height, std::ceil(3 * font->lineHeight()));
+    EXPECT_EQ(cairo_status(canvas.context), CAIRO_STATUS_SUCCESS);
+    EXPECT_TRUE(canvas.inked(0, static_cast<int>(2 * font->lineHeight()), 100, 100));
+  }
 }
 
 TEST(Concurrency, OneFontAndTheSharedSetsServeManyThreads) {

@@ -54,8 +54,10 @@ ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font
 // Draws the text into the caller's cairo context, inside the rectangle (user-space units = points,
 // y growing downwards, the first baseline one ascender below the rectangle's top), with the
 // context's current source, clipped to the rectangle. Lines that do not fit in the rectangle's
-// height are not drawn (the first always is). The context's state is restored afterwards.
-// Answers the size of what was drawn. A null context draws nothing and answers 0 x 0.
+// height are not drawn (the first always is). A dimension of 0 or less, or infinite, sets no limit
+// and then nothing is clipped. The context's state is restored afterwards. Answers the size of
+// what was drawn. A null context, a context already in an error state, or a rectangle with a NaN
+// or an infinite origin draws nothing and answers 0 x 0.
 ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const std::shared_ptr<ZTFont>& font,
                     ZTLineBreakMode lineBreakMode, ZTTextAlignment alignment = ZTTextAlignment::Left);
 
