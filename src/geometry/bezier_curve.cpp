@@ -35,14 +35,15 @@ std::shared_ptr<ZTBezierCurve> ZTBezierCurve::createWithPointsNoCopy(ZTPoint* po
   return std::shared_ptr<ZTBezierCurve>(new ZTBezierCurve(points, count, releaseWhenDone));
 }
 
-std::shared_ptr<ZTBezierCurve> ZTBezierCurve::quadraticBezierCurveWithStartPoint(ZTPoint start, ZTPoint control,
-                                                                                  ZTPoint end) {
+std::shared_ptr<ZTQuadraticBezierCurve> ZTBezierCurve::quadraticBezierCurveWithStartPoint(ZTPoint start,
+                                                                                           ZTPoint control,
+                                                                                           ZTPoint end) {
   const ZTPoint points[3] = {start, control, end};
   return ZTQuadraticBezierCurve::create(points, 3);
 }
 
-std::shared_ptr<ZTBezierCurve> ZTBezierCurve::cubicBezierCurveWithStartPoint(ZTPoint start, ZTPoint control1,
-                                                                              ZTPoint control2, ZTPoint end) {
+std::shared_ptr<ZTCubicBezierCurve> ZTBezierCurve::cubicBezierCurveWithStartPoint(ZTPoint start, ZTPoint control1,
+                                                                                   ZTPoint control2, ZTPoint end) {
   const ZTPoint points[4] = {start, control1, control2, end};
   return ZTCubicBezierCurve::create(points, 4);
 }

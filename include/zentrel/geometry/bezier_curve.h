@@ -21,6 +21,9 @@
 
 #include "zentrel/geometry/point.h"
 
+class ZTQuadraticBezierCurve;
+class ZTCubicBezierCurve;
+
 class ZTBezierCurve {
  public:
   // The cached segment count's "not computed yet" value (the largest signed 64-bit integer).
@@ -30,10 +33,10 @@ class ZTBezierCurve {
   static constexpr double kParameterLimit = static_cast<double>(1.0001f);
 
   // A quadratic (respectively cubic) curve over a copy of the points.
-  static std::shared_ptr<ZTBezierCurve> quadraticBezierCurveWithStartPoint(ZTPoint start, ZTPoint control,
-                                                                           ZTPoint end);
-  static std::shared_ptr<ZTBezierCurve> cubicBezierCurveWithStartPoint(ZTPoint start, ZTPoint control1,
-                                                                       ZTPoint control2, ZTPoint end);
+  static std::shared_ptr<ZTQuadraticBezierCurve> quadraticBezierCurveWithStartPoint(ZTPoint start, ZTPoint control,
+                                                                                    ZTPoint end);
+  static std::shared_ptr<ZTCubicBezierCurve> cubicBezierCurveWithStartPoint(ZTPoint start, ZTPoint control1,
+                                                                            ZTPoint control2, ZTPoint end);
 
   // A curve over a copy of `count` points. nullptr when `points` is null or count < 2.
   static std::shared_ptr<ZTBezierCurve> create(const ZTPoint* points, std::size_t count);

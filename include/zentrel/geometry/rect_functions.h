@@ -20,6 +20,7 @@ ZTRect ZTRectMakeWithCenterAndSize(ZTPoint center, ZTSize size);
 // Origin = centre - size / 2; when `fitToPixels` is set each origin coordinate is snapped to the
 // device pixel grid of `scale` (pixels per unit): multiplied by the scale, converted to single
 // precision, rounded half away from zero and divided by the scale. The size is never changed.
+// Argument order: centre, size, the flag, then the scale.
 ZTRect ZTRectMakeWithCenterAndSizeFittedToPixelsWithScale(ZTPoint center, ZTSize size, bool fitToPixels,
                                                           double scale);
 // The origin snapped as above; the size unchanged.

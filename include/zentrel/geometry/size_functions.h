@@ -9,7 +9,7 @@
 // as well as shrinks. A size with a zero width or height gives ZTSizeZero.
 ZTSize ZTGetFittedSize(ZTSize size, ZTSize bounds);
 
-// `size` fitted into `maximum`, keeping proportions:
+// `size` fitted into `maximum`, keeping proportions (argument order: size, maximum, then the flag):
 // - a size that already fits (both dimensions <= maximum) comes back unchanged unless `force`
 //   is set; with `force` it is scaled up to touch the maximum;
 // - a zero width or height gives ZTSizeZero;

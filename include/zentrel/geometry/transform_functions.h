@@ -26,7 +26,8 @@ ZTAffineTransform ZTDrawingTransformForAngle(std::int64_t quarterTurnDegrees, ZT
 
 // The transform that turns `content` by a quarter-turn angle (negative angles get 360 added once),
 // shrinks it if needed (never enlarges) to fit `bounds`, centres it on `center`, and moves it
-// inside `bounds` if it still sticks out.
+// inside `bounds` if it still sticks out. Argument order: the angle first, as in
+// ZTDrawingTransformForAngle, then the content rect, the centre point and the bounds rect.
 ZTAffineTransform ZTTransformToFitRect(std::int64_t quarterTurnDegrees, ZTRect content, ZTPoint center,
                                        ZTRect bounds);
 
