@@ -51,6 +51,7 @@ TEST(Font, FoundThroughFontconfigWithMetrics) {
   EXPECT_GT(font->boundingBox().size.width, 0);
   // Widths scale with the size.
   auto twice = testFont(24);
+  ASSERT_TRUE(twice);
   EXPECT_NEAR(twice->advanceWidth("Hello"), 2 * font->advanceWidth("Hello"), 1e-6);
   EXPECT_GT(font->advanceWidth("WWW"), font->advanceWidth("iii"));
   EXPECT_DOUBLE_EQ(font->advanceWidth(""), 0);
@@ -68,6 +69,7 @@ TEST(Font, FoundThroughFontconfigWithMetrics) {
 
 TEST(TextSize, RoundedUpAndLaidOutInLines) {
   auto font = testFont();
+  ASSERT_TRUE(font);
   const ZTSize one = ztSizeWithFont("Hello, world", font);
   EXPECT_EQ(one.width, std::ceil(font->advanceWidth("Hello, world")));
   EXPECT_EQ(one.height, std::ceil(font->lineHeight()));
@@ -81,6 +83,7 @@ TEST(TextSize, RoundedUpAndLaidOutInLines) {
 
 TEST(TextSize, WrappingWithinAWidth) {
   auto font = testFont();
+  ASSERT_TRUE(font);
   const std::string text = "the quick brown fox jumps over the lazy dog";
   const double wordWidth = font->advanceWidth("the quick brown");
   const ZTSize wrapped = ztSizeWithFont(text, font, ZTSize{wordWidth + 1, 1000});
@@ -102,6 +105,7 @@ TEST(TextSize, WrappingWithinAWidth) {
 
 TEST(BreakToWidth, TailTruncationFollowsTheMeasuredAlgorithm) {
   auto font = testFont();
+  ASSERT_TRUE(font);
   std::string line;
   for (int i = 0; i < 10; ++i) line += "Lorem ipsum dolor sit amet. ";
   const double limit = 150;
@@ -121,6 +125,7 @@ TEST(BreakToWidth, TailTruncationFollowsTheMeasuredAlgorithm) {
 
 TEST(BreakToWidth, MiddleTruncationKeepsBothEndsAndFits) {
   auto font = testFont();
+  ASSERT_TRUE(font);
   std::string line = "BEGIN";
   for (int i = 0; i < 40; ++i) line += " middle";
   line += " END";
@@ -139,6 +144,7 @@ TEST(BreakToWidth, MiddleTruncationKeepsBothEndsAndFits) {
 
 TEST(BreakToWidth, SurrogatePairsAndCombiningMarksSurviveTheCuts) {
   auto font = testFont();
+  ASSERT_TRUE(font);
   std::string line;
   for (int i = 0; i < 60; ++i) line += "a😀e\u0301";
   for (auto mode : {ZTLineBreakMode::ByTruncatingMiddle, ZTLineBreakMode::ByTruncatingTail}) {
@@ -190,6 +196,7 @@ struct Canvas {
 
 TEST(Drawing, InkStaysInTheRectangleAndFollowsTheAlignment) {
   auto font = testFont(16);
+  ASSERT_TRUE(font);
   {
     Canvas canvas(400, 100);
     const ZTSize drawn = ztDrawInRect("Left", canvas.context, ZTRect{{10, 10}, {300, 40}}, font,
@@ -243,6 +250,7 @@ TEST(Drawing, InkStaysInTheRectangleAndFollowsTheAlignment) {
 
 TEST(Concurrency, OneFontAndTheSharedSetsServeManyThreads) {
   auto font = testFont();
+  ASSERT_TRUE(font);
   std::string line;
   for (int i = 0; i < 8; ++i) line += "Concurrent text 😀 measured. ";
   const std::string expected = stringByBreakToWidth(line, 120, ZTLineBreakMode::ByTruncatingTail, font);
