@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <mutex>
+#include <semaphore>
 #include <thread>
 #include <vector>
 
@@ -23,33 +24,40 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr int kOperations = 100'000;
 
+// Counts finished tasks; the one that reaches the target wakes the benchmark thread, which
+// sleeps meanwhile rather than spinning (on two cores a spinner would steal the workers' time).
+struct Countdown {
+  std::atomic<long> remaining{0};
+  std::binary_semaphore done{0};
+  void arm(long count) { remaining.store(count, std::memory_order_release); }
+  void count() {
+    if (remaining.fetch_sub(1, std::memory_order_acq_rel) == 1) done.release();
+  }
+  void wait() { done.acquire(); }
+};
+
 // A concurrent operation that counts itself and finishes at once.
 class TrivialOperation : public ZTConcurrentOperation {
  public:
-  explicit TrivialOperation(std::atomic<long>& counter) : ZTConcurrentOperation(nullptr), counter_(counter) {}
+  explicit TrivialOperation(Countdown& countdown) : ZTConcurrentOperation(nullptr), countdown_(countdown) {}
   void main() override {
-    counter_.fetch_add(1, std::memory_order_release);
     finishWithSuccessHandler(nullptr);
+    countdown_.count();
   }
 
  private:
-  std::atomic<long>& counter_;
+  Countdown& countdown_;
 };
-
-void waitFor(const std::atomic<long>& counter, long target) {
-  while (counter.load(std::memory_order_acquire) < target) std::this_thread::yield();
-}
 
 void QueueThroughput(benchmark::State& state) {
   auto thread = ZTThreadWithRunLoop::spawnThreadWithName("bench queue");
   auto queue = ZTOperationQueue::create(thread);
   queue->setMaxConcurrentOperationCount(5);
-  std::atomic<long> counter{0};
+  Countdown countdown;
   for (auto _ : state) {
-    const long target = counter.load() + kOperations;
-    for (int i = 0; i < kOperations; ++i) queue->addOperation(std::make_shared<TrivialOperation>(counter));
-    waitFor(counter, target);
-    while (queue->operationsCount() != 0) std::this_thread::yield();
+    countdown.arm(kOperations);
+    for (int i = 0; i < kOperations; ++i) queue->addOperation(std::make_shared<TrivialOperation>(countdown));
+    countdown.wait();
   }
   state.SetItemsProcessed(state.iterations() * kOperations);
   thread->cancel();
@@ -59,12 +67,11 @@ BENCHMARK(QueueThroughput)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void ThreadPoolThroughput(benchmark::State& state) {
   asio::thread_pool pool(5);
-  std::atomic<long> counter{0};
+  Countdown countdown;
   for (auto _ : state) {
-    const long target = counter.load() + kOperations;
-    for (int i = 0; i < kOperations; ++i)
-      asio::post(pool, [&counter] { counter.fetch_add(1, std::memory_order_release); });
-    waitFor(counter, target);
+    countdown.arm(kOperations);
+    for (int i = 0; i < kOperations; ++i) asio::post(pool, [&countdown] { countdown.count(); });
+    countdown.wait();
   }
   state.SetItemsProcessed(state.iterations() * kOperations);
   pool.join();

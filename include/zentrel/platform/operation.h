@@ -183,6 +183,7 @@ class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
   std::atomic<const void*> queueOwner_{nullptr};
   int queueState_ = 0;
   std::size_t queueIndex_ = 0;
+  std::shared_ptr<ZTOperation> queueHold_;  // the queue's reference while the operation waits there
   std::atomic<bool> hasQueueHook_{false};
   QueueHook queueHook_ = nullptr;        // guarded by observersMutex_
   std::weak_ptr<void> queueHookTarget_;  // guarded by observersMutex_

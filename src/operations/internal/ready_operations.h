@@ -5,6 +5,7 @@
 //
 // Priorities take five values, so the list is five runs; each run is a chunked sequence, which
 // keeps insertion in the middle and removal at the front cheap however long the list grows.
+// Holds plain pointers (cheap to shift); the queue keeps the operations alive meanwhile.
 // Not thread-safe: the queue guards it with its monitor.
 
 #include <array>
@@ -119,7 +120,7 @@ class ChunkedSequence {
 
 class ReadyOperations {
  public:
-  using Pointer = std::shared_ptr<ZTOperation>;
+  using Pointer = ZTOperation*;
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
@@ -147,28 +148,27 @@ class ReadyOperations {
       }
     }
     if (lo < runStart) lo = runStart;  // only when the run is empty and the search ran off its left
-    runs_[run].insert(lo - runStart, Entry{std::move(operation)});
+    runs_[run].insert(lo - runStart, operation);
     ++size_;
     return lo;
   }
 
-  const Pointer& front() const {
+  Pointer front() const {
     for (const auto& run : runs_)
-      if (!run.empty()) return run.front().operation;
-    static const Pointer none;
-    return none;
+      if (!run.empty()) return run.front();
+    return nullptr;
   }
 
   Pointer popFront() {
     for (auto& run : runs_) {
       if (run.empty()) continue;
       --size_;
-      return run.popFront().operation;
+      return run.popFront();
     }
     return nullptr;
   }
 
-  bool remove(const ZTOperation* operation) {
+  bool remove(Pointer operation) {
     for (auto& run : runs_) {
       if (!run.remove(operation)) continue;
       --size_;
@@ -179,7 +179,7 @@ class ReadyOperations {
 
   template <class F>
   void forEach(F&& f) const {
-    for (const auto& run : runs_) run.forEach([&](const Entry& entry) { f(entry.operation); });
+    for (const auto& run : runs_) run.forEach(f);
   }
 
   void clear() {
@@ -197,11 +197,7 @@ class ReadyOperations {
   }
 
  private:
-  struct Entry {
-    Pointer operation;
-    friend bool operator!=(const Entry& entry, const ZTOperation* other) { return entry.operation.get() != other; }
-  };
-  std::array<ChunkedSequence<Entry>, 5> runs_;
+  std::array<ChunkedSequence<Pointer>, 5> runs_;
   std::size_t size_ = 0;
 };
 
