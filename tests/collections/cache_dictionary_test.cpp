@@ -94,6 +94,24 @@ TEST(CacheDictionary, SweepDropsOnlyObjectsNobodyElseHolds) {
   EXPECT_EQ(keys, (std::vector<std::string>{"b", "d"}));
 }
 
+// An object whose destructor removes its companion entry from the same cache.
+struct Tethered {
+  ZTCacheDictionary<int, Tethered>* cache;
+  int companion;
+  ~Tethered() { cache->removeObjectForKey(companion); }
+};
+
+TEST(CacheDictionary, SweepSurvivesDestructorsThatUseTheCache) {
+  auto cache = ZTCacheDictionary<int, Tethered>::create();
+  for (int key = 0; key < 6; ++key) cache->setObject(std::make_shared<Tethered>(Tethered{cache.get(), key + 1}), key);
+  auto kept = cache->objectForKey(3, false);
+  cache->removeAllObjectsRetainedOnlyByCache();
+  // 0, 1, 2, 4, 5 are swept; as they die, 2's destructor takes 3 out as well.
+  EXPECT_TRUE(cache->keysInRecencyOrder().empty());
+  EXPECT_EQ(cache->count(), 0u);
+  EXPECT_EQ(kept->companion, 4);
+}
+
 TEST(CacheDictionary, EnumerationVisitsEveryEntryAndStops) {
   auto cache = ZTCacheDictionary<int, Blob>::create();
   for (int i = 0; i < 5; ++i) cache->setObject(blob(std::to_string(i)), i);

@@ -198,10 +198,14 @@ class ZTCacheDictionary {
   // for each just before its last reference goes.
   template <class Removed>
   void sweepObjectsRetainedOnlyByCache(Removed&& removed) {
+    // The swept objects die after the walk: a destructor that uses this cache cannot pull an entry
+    // out from under it.
+    std::vector<ObjectPtr> released;
     for (Entry* entry = oldest_; entry;) {
       Entry* next = entry->newer;
       if (entry->object.use_count() == 1) {
         removed(*entry->key, entry->object, entry->cost);
+        released.push_back(std::move(entry->object));
         unlink(*entry);
         entries_.erase(entries_.find(*entry->key));
       }
