@@ -19,6 +19,7 @@
 // under it. getObjectWaitUntilBecomeAvailable() blocks until an object is freed or added — never call
 // it on the only thread that could return one.
 
+#include <bit>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
@@ -26,13 +27,41 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <thread>
+#include <atomic>
 #include <string>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "zentrel/platform/debug_name.h"
 #include "zentrel/platform/dispatch.h"
+
+namespace zt::detail {
+// A recursive lock that costs what a plain mutex costs when it is not re-entered.
+class PoolLock {
+ public:
+  void lock() {
+    const auto self = std::this_thread::get_id();
+    if (owner_.load(std::memory_order_relaxed) == self) {
+      ++depth_;
+      return;
+    }
+    mutex_.lock();
+    owner_.store(self, std::memory_order_relaxed);
+    depth_ = 1;
+  }
+  void unlock() {
+    if (--depth_ != 0) return;
+    owner_.store(std::thread::id(), std::memory_order_relaxed);
+    mutex_.unlock();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::atomic<std::thread::id> owner_{};
+  std::size_t depth_ = 0;  // guarded by mutex_
+};
+}  // namespace zt::detail
 
 // A waiting request of an objects pool; meaningful only as a key for cancelGetRequestWithToken().
 class ZTObjectsPoolRequestToken {
@@ -67,7 +96,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects, std::uint64_t maxCount) {
     std::shared_ptr<ZTObjectsPool> result(new ZTObjectsPool(maxCount));
     for (const auto& object : objects)
-      if (object && !result->slots_.count(object.get())) result->insertFree(object);
+      if (object && !result->slots_.find(object.get())) result->insertFree(object);
     if (result->count() > maxCount) return nullptr;
     return result;
   }
@@ -88,7 +117,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     if (test) {
       bool found = false;
       for (std::size_t i = free_.size(); i-- > 0;) {
-        if (test(free_[i])) {
+        if (test(free_[i]->object)) {
           index = i;
           found = true;
           break;
@@ -96,9 +125,10 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
       }
       if (!found) return nullptr;
     }
-    Object object = takeFree(index);
-    insertBusy(object);
-    return object;
+    Slot* slot = free_[index];
+    unlink(slot);
+    link(slot, true);
+    return slot->object;
   }
 
   // Up to n objects, taken one at a time; fewer (or none) when fewer are free.
@@ -157,8 +187,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   // Any free object, else any busy one, else nullptr; changes nothing.
   Object peekAnyObject() const {
     std::lock_guard lock(mutex_);
-    if (!free_.empty()) return free_.back();
-    if (!busy_.empty()) return busy_.back();
+    if (!free_.empty()) return free_.back()->object;
+    if (!busy_.empty()) return busy_.back()->object;
     return nullptr;
   }
 
@@ -169,11 +199,10 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   bool putObject(const Object& object) {
     if (!object) return false;
     std::lock_guard lock(mutex_);
-    auto it = slots_.find(object.get());
-    if (it == slots_.end() || !it->second.busy) return false;
-    removeAt(it->second);
-    it->second = Slot{false, free_.size()};
-    free_.push_back(object);
+    Slot* slot = slots_.find(object.get());
+    if (!slot || !slot->busy) return false;
+    unlink(slot);
+    link(slot, false);
     // Handed to waiting requests before returning, with the lock still held.
     for (const auto& [handler, given] : takeServedRequests()) handler(given);
     return true;
@@ -239,16 +268,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     if (maxCount == maxCount_) return;
     maxCount_ = maxCount;
     std::uint64_t excess = free_.size() + busy_.size() > maxCount ? free_.size() + busy_.size() - maxCount : 0;
-    while (excess > 0 && !free_.empty()) {
-      slots_.erase(takeFree(free_.size() - 1).get());
-      --excess;
-    }
-    while (excess > 0 && !busy_.empty()) {
-      Object object = busy_.back();
-      removeAt(slots_.at(object.get()));
-      slots_.erase(object.get());
-      --excess;
-    }
+    for (; excess > 0 && !free_.empty(); --excess) erase(free_.back());
+    for (; excess > 0 && !busy_.empty(); --excess) erase(busy_.back());
   }
 
   // ---- Removal and inspection ----
@@ -256,10 +277,9 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   bool removeObject(const Object& object) {
     if (!object) return false;
     std::lock_guard lock(mutex_);
-    auto it = slots_.find(object.get());
-    if (it == slots_.end()) return false;
-    removeAt(it->second);
-    slots_.erase(it);
+    Slot* slot = slots_.find(object.get());
+    if (!slot) return false;
+    erase(slot);
     return true;
   }
 
@@ -268,9 +288,9 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   void removeObjectsPassingTest(const BusyTest& test) {
     if (!test) return;
     std::lock_guard lock(mutex_);
-    for (const auto& object : std::vector<Object>(busy_))
+    for (const auto& object : objectsOf(busy_))
       if (test(object, true)) removeObject(object);
-    for (const auto& object : std::vector<Object>(free_))
+    for (const auto& object : objectsOf(free_))
       if (test(object, false)) removeObject(object);
   }
 
@@ -284,17 +304,17 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   std::vector<Object> allFreeObjects() const {
     std::lock_guard lock(mutex_);
-    return free_;
+    return objectsOf(free_);
   }
   std::vector<Object> allBusyObjects() const {
     std::lock_guard lock(mutex_);
-    return busy_;
+    return objectsOf(busy_);
   }
   // Free objects, then busy ones.
   std::vector<Object> allObjects() const {
     std::lock_guard lock(mutex_);
-    std::vector<Object> all = free_;
-    all.insert(all.end(), busy_.begin(), busy_.end());
+    std::vector<Object> all = objectsOf(free_);
+    for (const Slot* slot : busy_) all.push_back(slot->object);
     return all;
   }
   std::size_t waitingRequestsCount() const {
@@ -305,20 +325,20 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   void enumerateAllFreeObjects(const std::function<void(const Object&)>& block) const {
     if (!block) return;
     std::lock_guard lock(mutex_);
-    for (const auto& object : std::vector<Object>(free_)) block(object);
+    for (const auto& object : objectsOf(free_)) block(object);
   }
   void enumerateAllBusyObjects(const std::function<void(const Object&)>& block) const {
     if (!block) return;
     std::lock_guard lock(mutex_);
-    for (const auto& object : std::vector<Object>(busy_)) block(object);
+    for (const auto& object : objectsOf(busy_)) block(object);
   }
 
   // "<ZTObjectsPool<T> 0x...: max count = 2, count = 2, busy objects = (...), free objects = (...)>"
   std::string description() const {
     std::lock_guard lock(mutex_);
-    auto list = [](const std::vector<Object>& objects) {
+    auto list = [](const std::vector<Slot*>& slots) {
       std::string text = "(";
-      for (std::size_t i = 0; i < objects.size(); ++i) text += (i ? ", " : "") + addressOf(objects[i].get());
+      for (std::size_t i = 0; i < slots.size(); ++i) text += (i ? ", " : "") + addressOf(slots[i]->object.get());
       return text + ")";
     };
     return "<" + ZTDebugClassNameForObject(this) + " " + addressOf(this) + ": max count = " +
@@ -327,9 +347,81 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
  private:
+  // One per object held, allocated on its own, so the free and busy lists can point at it.
   struct Slot {
+    Object object;
     bool busy = false;
     std::size_t index = 0;  // position in free_ or busy_
+  };
+
+  // Object address -> slot: open addressing with linear probing over a power-of-two table, which
+  // answers the lookup of putObject() without the division of a general-purpose hash map.
+  class SlotTable {
+   public:
+    Slot* find(const T* key) const {
+      if (entries_.empty()) return nullptr;
+      for (std::size_t i = home(key);; i = (i + 1) & mask()) {
+        const Entry& entry = entries_[i];
+        if (entry.key == key) return entry.slot.get();
+        if (!entry.key) return nullptr;
+      }
+    }
+    // The object must not be in the table yet.
+    Slot* insert(const Object& object) {
+      if ((count_ + 1) * 2 > entries_.size()) grow();
+      auto slot = std::make_unique<Slot>();
+      slot->object = object;
+      Slot* result = slot.get();
+      place(object.get(), std::move(slot));
+      ++count_;
+      return result;
+    }
+    void erase(const T* key) {
+      std::size_t i = home(key);
+      while (entries_[i].key != key) i = (i + 1) & mask();
+      entries_[i] = Entry{};
+      --count_;
+      // Shift later members of the probe run back, so that lookups need no tombstones.
+      for (std::size_t j = (i + 1) & mask(); entries_[j].key; j = (j + 1) & mask()) {
+        const std::size_t k = home(entries_[j].key);
+        const bool staysPut = i <= j ? (i < k && k <= j) : (i < k || k <= j);
+        if (staysPut) continue;
+        entries_[i] = std::move(entries_[j]);
+        entries_[j] = Entry{};
+        i = j;
+      }
+    }
+    void clear() {
+      entries_.clear();
+      count_ = 0;
+      shift_ = 64;
+    }
+
+   private:
+    struct Entry {
+      const T* key = nullptr;
+      std::unique_ptr<Slot> slot;
+    };
+    std::size_t mask() const { return entries_.size() - 1; }
+    std::size_t home(const T* key) const {
+      return static_cast<std::size_t>((reinterpret_cast<std::uintptr_t>(key) * 0x9E3779B97F4A7C15ull) >> shift_);
+    }
+    void place(const T* key, std::unique_ptr<Slot> slot) {
+      std::size_t i = home(key);
+      while (entries_[i].key) i = (i + 1) & mask();
+      entries_[i] = Entry{key, std::move(slot)};
+    }
+    void grow() {
+      std::vector<Entry> old = std::move(entries_);
+      const std::size_t capacity = old.empty() ? 16 : old.size() * 2;
+      entries_ = std::vector<Entry>(capacity);
+      shift_ = 64 - static_cast<unsigned>(std::countr_zero(capacity));
+      for (auto& entry : old)
+        if (entry.key) place(entry.key, std::move(entry.slot));
+    }
+    std::vector<Entry> entries_;
+    std::size_t count_ = 0;
+    unsigned shift_ = 64;
   };
   struct Request {
     Token token;
@@ -363,45 +455,46 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   bool canAddObjects(const std::vector<Object>& objects) const {
     if (!canAddCount(objects.size())) return false;
     for (std::size_t i = 0; i < objects.size(); ++i) {
-      if (!objects[i] || slots_.count(objects[i].get())) return false;
+      if (!objects[i] || slots_.find(objects[i].get())) return false;
       for (std::size_t j = 0; j < i; ++j)
         if (objects[j] == objects[i]) return false;
     }
     return true;
   }
 
-  void insertFree(const Object& object) {
-    slots_[object.get()] = Slot{false, free_.size()};
-    free_.push_back(object);
+  void insertFree(const Object& object) { link(slots_.insert(object), false); }
+  void insertBusy(const Object& object) { link(slots_.insert(object), true); }
+
+  void link(Slot* slot, bool busy) {
+    auto& list = busy ? busy_ : free_;
+    slot->busy = busy;
+    slot->index = list.size();
+    list.push_back(slot);
   }
-  void insertBusy(const Object& object) {
-    slots_[object.get()] = Slot{true, busy_.size()};
-    busy_.push_back(object);
-  }
-  // Removes the free object at index and returns it; its slot stays for the caller to reuse or erase.
-  Object takeFree(std::size_t index) {
-    Object object = std::move(free_[index]);
-    if (index + 1 != free_.size()) {
-      free_[index] = std::move(free_.back());
-      slots_[free_[index].get()].index = index;
-    }
-    free_.pop_back();
-    return object;
-  }
-  void removeAt(const Slot& slot) {
-    auto& list = slot.busy ? busy_ : free_;
-    if (slot.index + 1 != list.size()) {
-      list[slot.index] = std::move(list.back());
-      slots_[list[slot.index].get()].index = slot.index;
+  void unlink(Slot* slot) {
+    auto& list = slot->busy ? busy_ : free_;
+    if (slot->index + 1 != list.size()) {
+      list[slot->index] = list.back();
+      list[slot->index]->index = slot->index;
     }
     list.pop_back();
   }
+  void erase(Slot* slot) {
+    unlink(slot);
+    slots_.erase(slot->object.get());  // destroys the slot
+  }
+  static std::vector<Object> objectsOf(const std::vector<Slot*>& slots) {
+    std::vector<Object> objects;
+    objects.reserve(slots.size());
+    for (const Slot* slot : slots) objects.push_back(slot->object);
+    return objects;
+  }
 
-  mutable std::recursive_mutex mutex_;
+  mutable zt::detail::PoolLock mutex_;
   std::uint64_t maxCount_;                              // guarded by mutex_
-  std::vector<Object> free_;                            // guarded by mutex_
-  std::vector<Object> busy_;                            // guarded by mutex_
-  std::unordered_map<const T*, Slot> slots_;            // guarded by mutex_
+  std::vector<Slot*> free_;                             // guarded by mutex_
+  std::vector<Slot*> busy_;                             // guarded by mutex_
+  SlotTable slots_;                                     // guarded by mutex_
   std::map<std::uint64_t, Request> waiting_;            // guarded by mutex_; arrival order
   std::uint64_t nextSerial_ = 0;                        // guarded by mutex_
 };
