@@ -96,20 +96,32 @@ TEST(CacheDictionary, SweepDropsOnlyObjectsNobodyElseHolds) {
 
 // An object whose destructor removes its companion entry from the same cache.
 struct Tethered {
+  Tethered(ZTCacheDictionary<int, Tethered>* owner, int companionKey) : cache(owner), companion(companionKey) {}
+  Tethered(const Tethered&) = delete;
+  ~Tethered() { cache->removeObjectForKey(companion); }
   ZTCacheDictionary<int, Tethered>* cache;
   int companion;
-  ~Tethered() { cache->removeObjectForKey(companion); }
 };
 
 TEST(CacheDictionary, SweepSurvivesDestructorsThatUseTheCache) {
   auto cache = ZTCacheDictionary<int, Tethered>::create();
-  for (int key = 0; key < 6; ++key) cache->setObject(std::make_shared<Tethered>(Tethered{cache.get(), key + 1}), key);
+  for (int key = 0; key < 6; ++key) cache->setObject(std::make_shared<Tethered>(cache.get(), key + 1), key);
   auto kept = cache->objectForKey(3, false);
   cache->removeAllObjectsRetainedOnlyByCache();
   // 0, 1, 2, 4, 5 are swept; as they die, 2's destructor takes 3 out as well.
   EXPECT_TRUE(cache->keysInRecencyOrder().empty());
   EXPECT_EQ(cache->count(), 0u);
   EXPECT_EQ(kept->companion, 4);
+
+  // Replacing or clearing objects whose destructors use the cache.
+  for (int key = 10; key < 14; ++key) cache->setObject(std::make_shared<Tethered>(cache.get(), key), key);
+  // The replaced object's destructor removes its own key: it runs once the store is complete, so the
+  // new entry is stored and then taken out again, never half-built.
+  cache->setObject(std::make_shared<Tethered>(cache.get(), 99), 10);
+  EXPECT_EQ(cache->keysInRecencyOrder(), (std::vector<int>{11, 12, 13}));
+  cache->removeAllObjects();
+  EXPECT_EQ(cache->count(), 0u);
+  EXPECT_TRUE(cache->keysInRecencyOrder().empty());
 }
 
 TEST(CacheDictionary, EnumerationVisitsEveryEntryAndStops) {

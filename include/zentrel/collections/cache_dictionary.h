@@ -78,7 +78,8 @@ class ZTCacheDictionary {
     Entry& entry = found->second;
     if (inserted) entry.key = &found->first;
     else unlink(entry);
-    entry.object = object;
+    // The replaced object dies when the store is complete, so its destructor may use the cache.
+    ObjectPtr replaced = std::exchange(entry.object, object);
     entry.cost = cost;
     linkAsNewest(entry);
     didSetObject(object, key);
@@ -104,7 +105,7 @@ class ZTCacheDictionary {
   }
   virtual void removeAllObjects() {
     std::lock_guard lock(mutex_);
-    entries_.clear();
+    auto removed = std::exchange(entries_, {});
     oldest_ = newest_ = nullptr;
   }
   // Removes every entry whose object has no owner besides the cache. Entries that survive keep

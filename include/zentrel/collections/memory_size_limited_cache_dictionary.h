@@ -62,8 +62,8 @@ class ZTMemorySizeLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> 
   }
   void removeAllObjects() override {
     std::lock_guard lock(this->mutex());
-    Base::removeAllObjects();
     currentMemoryUsage_ = 0;
+    Base::removeAllObjects();
   }
   void removeAllObjectsRetainedOnlyByCache() override {
     std::lock_guard lock(this->mutex());
