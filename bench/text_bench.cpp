@@ -3,14 +3,13 @@
 // settings, the format engine against snprintf on the conversions both have, and the per-call time
 // of width truncation of a 200-character line.
 #include <benchmark/benchmark.h>
+#include <openssl/evp.h>
+#include <zlib.h>
 
 #include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
-
-#include <openssl/evp.h>
-#include <zlib.h>
 
 #include "zentrel/text/aes.h"
 #include "zentrel/text/digest.h"
@@ -37,8 +36,8 @@ const std::vector<std::uint8_t>& randomData(std::size_t size) {
 // Text-like input for compression: words drawn from a small vocabulary.
 const std::vector<std::uint8_t>& wordsData() {
   static std::vector<std::uint8_t> data = [] {
-    static const char* words[] = {"the ", "library ", "compresses ", "data ", "with ", "zlib ", "and ",
-                                  "reports ", "numbers ", "42 ", "\n", "format ", "engine ", "text "};
+    static const char* words[] = {"the ",     "library ", "compresses ", "data ", "with ",   "zlib ",   "and ",
+                                  "reports ", "numbers ", "42 ",         "\n",    "format ", "engine ", "text "};
     std::mt19937 generator(3);
     std::vector<std::uint8_t> out;
     out.reserve(8u << 20);
@@ -58,11 +57,16 @@ void setBytes(benchmark::State& state, std::size_t bytes) {
 
 const EVP_MD* evpFor(ZTDigestAlgorithm algorithm) {
   switch (algorithm) {
-    case ZTDigestAlgorithm::MD5: return EVP_md5();
-    case ZTDigestAlgorithm::SHA1: return EVP_sha1();
-    case ZTDigestAlgorithm::SHA256: return EVP_sha256();
-    case ZTDigestAlgorithm::SHA512: return EVP_sha512();
-    default: return EVP_sha256();
+    case ZTDigestAlgorithm::MD5:
+      return EVP_md5();
+    case ZTDigestAlgorithm::SHA1:
+      return EVP_sha1();
+    case ZTDigestAlgorithm::SHA256:
+      return EVP_sha256();
+    case ZTDigestAlgorithm::SHA512:
+      return EVP_sha512();
+    default:
+      return EVP_sha256();
   }
 }
 
@@ -177,8 +181,8 @@ struct Point {
 void BM_Format_Zentrel(benchmark::State& state) {
   int value = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(zt::copyZentrelStringWithFormat("item %d of %u: %s at %f (%c) %lld %p", -42, 1000u,
-                                                             "name", 3.14159, 'x', 1234567890123LL, &value));
+    benchmark::DoNotOptimize(zt::copyZentrelStringWithFormat("item %d of %u: %s at %f (%c) %lld %p", -42, 1000u, "name",
+                                                             3.14159, 'x', 1234567890123LL, &value));
   }
 }
 
@@ -227,8 +231,8 @@ void BM_MeasureLine(benchmark::State& state) {
 
 }  // namespace
 
-#define ZT_DIGEST_BENCH(A)                                                                                  \
-  BENCHMARK_TEMPLATE(BM_Digest_Zentrel, A)->Arg(1 << 20)->Arg(64 << 20)->Unit(benchmark::kMillisecond);     \
+#define ZT_DIGEST_BENCH(A)                                                                              \
+  BENCHMARK_TEMPLATE(BM_Digest_Zentrel, A)->Arg(1 << 20)->Arg(64 << 20)->Unit(benchmark::kMillisecond); \
   BENCHMARK_TEMPLATE(BM_Digest_OpenSSLOneShot, A)->Arg(1 << 20)->Arg(64 << 20)->Unit(benchmark::kMillisecond)
 
 ZT_DIGEST_BENCH(ZTDigestAlgorithm::MD5);
@@ -245,8 +249,10 @@ BENCHMARK(BM_Format_Zentrel);
 BENCHMARK(BM_Format_Snprintf);
 BENCHMARK(BM_Format_ZentrelPoint);
 BENCHMARK(BM_Format_SnprintfPoint);
-BENCHMARK(BM_BreakToWidth)->Arg(static_cast<int>(ZTLineBreakMode::ByTruncatingTail))
-    ->Arg(static_cast<int>(ZTLineBreakMode::ByTruncatingMiddle))->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_BreakToWidth)
+    ->Arg(static_cast<int>(ZTLineBreakMode::ByTruncatingTail))
+    ->Arg(static_cast<int>(ZTLineBreakMode::ByTruncatingMiddle))
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_MeasureLine)->Unit(benchmark::kMicrosecond);
 
 BENCHMARK_MAIN();

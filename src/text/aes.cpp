@@ -1,12 +1,12 @@
 #include "zentrel/text/aes.h"
 
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+
 #include <algorithm>
 #include <array>
 #include <climits>
 #include <memory>
-
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
 
 namespace zt {
 namespace {
@@ -27,8 +27,8 @@ std::span<const std::uint8_t> bytesOf(std::string_view text) {
 }  // namespace
 
 std::optional<std::vector<std::uint8_t>> ztAES256CryptWithKeyData(std::span<const std::uint8_t> data,
-                                                                   std::span<const std::uint8_t> key,
-                                                                   ZTCryptOperation operation) {
+                                                                  std::span<const std::uint8_t> key,
+                                                                  ZTCryptOperation operation) {
   const EVP_CIPHER* cipher = aes256cbc();
   if (!cipher) return std::nullopt;
   std::array<unsigned char, 32> keyBytes{};
@@ -37,7 +37,8 @@ std::optional<std::vector<std::uint8_t>> ztAES256CryptWithKeyData(std::span<cons
 
   std::unique_ptr<EVP_CIPHER_CTX, ContextDeleter> context(EVP_CIPHER_CTX_new());
   const int encrypt = operation == ZTCryptOperation::Encrypt ? 1 : 0;
-  const bool ready = context && EVP_CipherInit_ex2(context.get(), cipher, keyBytes.data(), iv.data(), encrypt, nullptr) == 1;
+  const bool ready =
+      context && EVP_CipherInit_ex2(context.get(), cipher, keyBytes.data(), iv.data(), encrypt, nullptr) == 1;
   OPENSSL_cleanse(keyBytes.data(), keyBytes.size());
   if (!ready) return std::nullopt;
 

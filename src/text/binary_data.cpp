@@ -1,9 +1,9 @@
 #include "zentrel/text/binary_data.h"
 
-#include <string>
-
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
+
+#include <string>
 
 #include "text/internal/unicode.h"
 #include "zentrel/platform/exceptions.h"

@@ -1,9 +1,9 @@
 #include "zentrel/text/character_set.h"
 
-#include <mutex>
-
-#include <unicode/uniset.h>
 #include <unicode/uchar.h>
+#include <unicode/uniset.h>
+
+#include <mutex>
 
 #include "text/internal/unicode.h"
 

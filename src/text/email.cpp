@@ -1,8 +1,8 @@
 #include "zentrel/text/email.h"
 
-#include <memory>
-
 #include <unicode/regex.h>
+
+#include <memory>
 
 #include "text/internal/unicode.h"
 
@@ -20,8 +20,8 @@ const icu::RegexPattern& pattern(int which) {
       [] {
         UErrorCode status = U_ZERO_ERROR;
         UParseError parseError;
-        return std::unique_ptr<icu::RegexPattern>(icu::RegexPattern::compile(
-            u"^[A-Z0-9a-z._%+-]+@[A-Za-z0-9.-]+\\.[A-Za-z]{2,10}$", 0, parseError, status));
+        return std::unique_ptr<icu::RegexPattern>(
+            icu::RegexPattern::compile(u"^[A-Z0-9a-z._%+-]+@[A-Za-z0-9.-]+\\.[A-Za-z]{2,10}$", 0, parseError, status));
       }(),
   };
   return *patterns[which];

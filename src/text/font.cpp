@@ -1,11 +1,11 @@
 #include "zentrel/text/font.h"
 
-#include <cmath>
-#include <mutex>
-
 #include <cairo-ft.h>
 #include <fontconfig/fontconfig.h>
 #include <ft2build.h>
+
+#include <cmath>
+#include <mutex>
 #include FT_FREETYPE_H
 
 #include "text/internal/font_impl.h"
@@ -95,9 +95,9 @@ std::shared_ptr<ZTFont> ZTFont::create(std::string_view family, double pointSize
   impl->ascender = face->ascender * impl->scale;
   impl->descender = face->descender * impl->scale;
   impl->lineHeight = face->height * impl->scale;
-  impl->boundingBox = ZTRect{{face->bbox.xMin * impl->scale, face->bbox.yMin * impl->scale},
-                             {(face->bbox.xMax - face->bbox.xMin) * impl->scale,
-                              (face->bbox.yMax - face->bbox.yMin) * impl->scale}};
+  impl->boundingBox =
+      ZTRect{{face->bbox.xMin * impl->scale, face->bbox.yMin * impl->scale},
+             {(face->bbox.xMax - face->bbox.xMin) * impl->scale, (face->bbox.yMax - face->bbox.yMin) * impl->scale}};
   if (impl->family.empty() && face->family_name) impl->family = face->family_name;
 
   // cairo keeps the FreeType face until its own face goes: the face is released with it.

@@ -1,10 +1,10 @@
 #include "zentrel/text/gzip.h"
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <climits>
 #include <string>
-
-#include <zlib.h>
 
 namespace zt {
 namespace {
@@ -13,9 +13,8 @@ constexpr std::size_t kChunk = 16384;
 
 ZTError zlibError(int status, const char* message) {
   ZTValue info = ZTValue::dictionary();
-  info[ZTLocalizedDescriptionKey] = std::string("gzip compression failed: ") +
-                                    (message ? message : zError(status)) + " (zlib status " +
-                                    std::to_string(status) + ").";
+  info[ZTLocalizedDescriptionKey] = std::string("gzip compression failed: ") + (message ? message : zError(status)) +
+                                    " (zlib status " + std::to_string(status) + ").";
   return ZTError(ZTCocoaErrorDomain, 256, std::move(info));
 }
 

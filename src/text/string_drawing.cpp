@@ -1,12 +1,12 @@
 #include "zentrel/text/string_drawing.h"
 
+#include <unicode/brkiter.h>
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
 #include <vector>
-
-#include <unicode/brkiter.h>
 
 #include "text/internal/font_impl.h"
 #include "text/internal/unicode.h"
@@ -36,9 +36,12 @@ std::vector<std::string_view> paragraphs(std::string_view text) {
   while (i < text.size()) {
     const auto c = static_cast<unsigned char>(text[i]);
     std::size_t breakLength = 0;
-    if (c == '\n' || c == '\v' || c == '\f') breakLength = 1;
-    else if (c == '\r') breakLength = (i + 1 < text.size() && text[i + 1] == '\n') ? 2 : 1;
-    else if (c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) == 0x85) breakLength = 2;
+    if (c == '\n' || c == '\v' || c == '\f')
+      breakLength = 1;
+    else if (c == '\r')
+      breakLength = (i + 1 < text.size() && text[i + 1] == '\n') ? 2 : 1;
+    else if (c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) == 0x85)
+      breakLength = 2;
     else if (c == 0xE2 && i + 2 < text.size() && static_cast<unsigned char>(text[i + 1]) == 0x80 &&
              (static_cast<unsigned char>(text[i + 2]) == 0xA8 || static_cast<unsigned char>(text[i + 2]) == 0xA9))
       breakLength = 3;
@@ -57,7 +60,8 @@ std::vector<std::string_view> paragraphs(std::string_view text) {
 class Layout {
  public:
   Layout(const ZTFont& font, double maxWidth, ZTLineBreakMode mode)
-      : font_(font), maxWidth_(maxWidth > 0 && std::isfinite(maxWidth) ? maxWidth : std::numeric_limits<double>::infinity()),
+      : font_(font),
+        maxWidth_(maxWidth > 0 && std::isfinite(maxWidth) ? maxWidth : std::numeric_limits<double>::infinity()),
         mode_(mode) {}
 
   std::vector<Line> run(std::string_view text, std::size_t maxLines) {
@@ -97,8 +101,9 @@ class Layout {
 
   static std::unique_ptr<icu::BreakIterator> iterator(bool words) {
     UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::BreakIterator> it(words ? icu::BreakIterator::createLineInstance(icu::Locale::getRoot(), status)
-                                                 : icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    std::unique_ptr<icu::BreakIterator> it(
+        words ? icu::BreakIterator::createLineInstance(icu::Locale::getRoot(), status)
+              : icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
     if (U_FAILURE(status)) it.reset();
     return it;
   }
@@ -146,7 +151,8 @@ class Layout {
       fitted = cut;
       if (cut >= end) ++k;
     }
-    if (lineStart < paragraph.length() && lines.size() < maxLines) emit(lines, paragraph, lineStart, paragraph.length());
+    if (lineStart < paragraph.length() && lines.size() < maxLines)
+      emit(lines, paragraph, lineStart, paragraph.length());
     if (paragraph.isEmpty() && lines.size() < maxLines) lines.push_back({"", 0});
   }
 
@@ -157,7 +163,8 @@ class Layout {
                            mode_ == ZTLineBreakMode::ByTruncatingMiddle;
     if (!truncates || full <= maxWidth_) return {internal::toUTF8(paragraph), full};
     auto characters = iterator(false);
-    const std::vector<int32_t> g = characters ? boundaries(characters.get(), paragraph) : std::vector<int32_t>{0, paragraph.length()};
+    const std::vector<int32_t> g =
+        characters ? boundaries(characters.get(), paragraph) : std::vector<int32_t>{0, paragraph.length()};
     const std::size_t count = g.size() - 1;
     const icu::UnicodeString ellipsis = internal::toUnicode(kEllipsis);
     auto candidate = [&](std::size_t kept) {
@@ -187,8 +194,10 @@ class Layout {
     std::size_t high = count - 1;
     while (low < high) {
       const std::size_t mid = (low + high + 1) / 2;
-      if (width(candidate(mid)) <= maxWidth_) low = mid;
-      else high = mid - 1;
+      if (width(candidate(mid)) <= maxWidth_)
+        low = mid;
+      else
+        high = mid - 1;
     }
     const icu::UnicodeString best = candidate(low);
     return {internal::toUTF8(best), width(best)};
@@ -238,7 +247,8 @@ ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font
                       ZTLineBreakMode lineBreakMode) {
   const ZTFont* f = resolve(font);
   if (!f) return {};
-  return sizeOf(Layout(*f, constrainedToSize.width, lineBreakMode).run(text, linesFitting(constrainedToSize.height, *f)), *f);
+  return sizeOf(
+      Layout(*f, constrainedToSize.width, lineBreakMode).run(text, linesFitting(constrainedToSize.height, *f)), *f);
 }
 
 ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const std::shared_ptr<ZTFont>& font,
@@ -266,8 +276,10 @@ ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const 
   double baseline = rect.origin.y + f->ascender();
   for (const Line& line : lines) {
     double x = rect.origin.x;
-    if (limitedWidth && alignment == ZTTextAlignment::Right) x += rect.size.width - line.width;
-    else if (limitedWidth && alignment == ZTTextAlignment::Center) x += (rect.size.width - line.width) / 2;
+    if (limitedWidth && alignment == ZTTextAlignment::Right)
+      x += rect.size.width - line.width;
+    else if (limitedWidth && alignment == ZTTextAlignment::Center)
+      x += (rect.size.width - line.width) / 2;
     shaped.clear();
     internal::shape(*f, line.text, &shaped);
     glyphs.resize(shaped.size());

@@ -37,18 +37,30 @@ constexpr int kMaxWidth = 1 << 20;
 
 const char* describeWant(Want want) {
   switch (want) {
-    case Want::Point: return "a point (a value with members x and y)";
-    case Want::Size: return "a size (a value with members width and height)";
-    case Want::Rect: return "a rectangle (a value with members origin and size, or x, y, width and height)";
-    case Want::Range: return "a range (a value with members location and length)";
-    case Want::Signed: return "an integer";
-    case Want::Unsigned: return "an integer";
-    case Want::Double: return "a number";
-    case Want::Text: return "a C string or string";
-    case Want::Pointer: return "a pointer";
-    case Want::Character: return "a character or integer";
-    case Want::Object: return "a value";
-    case Want::ClassName: return "a value";
+    case Want::Point:
+      return "a point (a value with members x and y)";
+    case Want::Size:
+      return "a size (a value with members width and height)";
+    case Want::Rect:
+      return "a rectangle (a value with members origin and size, or x, y, width and height)";
+    case Want::Range:
+      return "a range (a value with members location and length)";
+    case Want::Signed:
+      return "an integer";
+    case Want::Unsigned:
+      return "an integer";
+    case Want::Double:
+      return "a number";
+    case Want::Text:
+      return "a C string or string";
+    case Want::Pointer:
+      return "a pointer";
+    case Want::Character:
+      return "a character or integer";
+    case Want::Object:
+      return "a value";
+    case Want::ClassName:
+      return "a value";
   }
   return "a value";
 }
@@ -107,7 +119,7 @@ void appendPointer(std::string& out, const void* pointer) {
 }
 
 // A printf conversion at the start of a piece: %[flags][width][.precision][length]conversion.
-struct PrintfSpec {
+struct PrintfDirective {
   std::string flags;
   bool widthFromArgument = false;
   int width = -1;
@@ -163,8 +175,10 @@ class Engine {
   }
 
   void appendText(const Extracted& value) {
-    if (value.useOwned) out_ += value.owned;
-    else out_.append(value.text);
+    if (value.useOwned)
+      out_ += value.owned;
+    else
+      out_.append(value.text);
   }
 
   void convert(std::string_view piece) {
@@ -204,8 +218,10 @@ class Engine {
           out_.push_back(']');
           break;
         case Want::Signed:
-          if (value.isUnsignedValue) appendInteger(out_, value.u);
-          else appendInteger(out_, value.i);
+          if (value.isUnsignedValue)
+            appendInteger(out_, value.u);
+          else
+            appendInteger(out_, value.i);
           break;
         case Want::Unsigned:
           appendInteger(out_, value.u);
@@ -233,16 +249,35 @@ class Engine {
     // first characters never compete, so the first character picks the candidates.
     bool matched = false;
     switch (piece.front()) {
-      case 'p': matched = table("point", Want::Point) || table("p", Want::Pointer); break;
-      case 's': matched = table("size", Want::Size) || table("s", Want::Text); break;
-      case 'r': matched = table("rect", Want::Rect) || table("range", Want::Range); break;
-      case 'f': matched = table("frame", Want::Rect) || table("f", Want::Double); break;
-      case 'c': matched = table("class", Want::ClassName) || table("c", Want::Character); break;
-      case '@': matched = table("@", Want::Object); break;
-      case 'd': matched = table("d", Want::Signed); break;
-      case 'u': matched = table("u", Want::Unsigned); break;
-      case 'l': matched = table("lld", Want::Signed); break;
-      default: break;
+      case 'p':
+        matched = table("point", Want::Point) || table("p", Want::Pointer);
+        break;
+      case 's':
+        matched = table("size", Want::Size) || table("s", Want::Text);
+        break;
+      case 'r':
+        matched = table("rect", Want::Rect) || table("range", Want::Range);
+        break;
+      case 'f':
+        matched = table("frame", Want::Rect) || table("f", Want::Double);
+        break;
+      case 'c':
+        matched = table("class", Want::ClassName) || table("c", Want::Character);
+        break;
+      case '@':
+        matched = table("@", Want::Object);
+        break;
+      case 'd':
+        matched = table("d", Want::Signed);
+        break;
+      case 'u':
+        matched = table("u", Want::Unsigned);
+        break;
+      case 'l':
+        matched = table("lld", Want::Signed);
+        break;
+      default:
+        break;
     }
     if (matched) return;
     printfConversion(piece);
@@ -259,8 +294,8 @@ class Engine {
     return i > start;
   }
 
-  std::optional<PrintfSpec> parse(std::string_view piece) const {
-    PrintfSpec spec;
+  std::optional<PrintfDirective> parse(std::string_view piece) const {
+    PrintfDirective directive;
     std::size_t i = 0;
     {
       std::size_t j = 0;
@@ -269,62 +304,64 @@ class Engine {
         fail("positional conversions such as %" + std::string(piece.substr(0, j + 1)) + " are not supported.");
       }
     }
-    while (i < piece.size() && std::strchr("-+ #0'", piece[i]) != nullptr) spec.flags.push_back(piece[i++]);
+    while (i < piece.size() && std::strchr("-+ #0'", piece[i]) != nullptr) directive.flags.push_back(piece[i++]);
     if (i < piece.size() && piece[i] == '*') {
-      spec.widthFromArgument = true;
+      directive.widthFromArgument = true;
       ++i;
     } else {
       int width = 0;
-      if (parseNumber(piece, i, width)) spec.width = width;
+      if (parseNumber(piece, i, width)) directive.width = width;
     }
     if (i < piece.size() && piece[i] == '.') {
       ++i;
       if (i < piece.size() && piece[i] == '*') {
-        spec.precisionFromArgument = true;
+        directive.precisionFromArgument = true;
         ++i;
       } else {
-        spec.precision = 0;
-        parseNumber(piece, i, spec.precision);
+        directive.precision = 0;
+        parseNumber(piece, i, directive.precision);
       }
     }
     while (i < piece.size() && std::strchr("hlqLjzt", piece[i]) != nullptr) ++i;
     if (i >= piece.size() || std::strchr("diouxXeEfFgGaAcCsSpn@DUO", piece[i]) == nullptr) return std::nullopt;
-    spec.conversion = piece[i];
-    spec.length = i + 1;
-    return spec;
+    directive.conversion = piece[i];
+    directive.length = i + 1;
+    return directive;
   }
 
   void printfConversion(std::string_view piece) {
-    std::optional<PrintfSpec> parsed = parse(piece);
+    std::optional<PrintfDirective> parsed = parse(piece);
     if (!parsed) {
       out_.push_back('%');
       out_.append(piece);
       return;
     }
-    PrintfSpec& spec = *parsed;
-    const std::string_view conversion = piece.substr(0, spec.length);
-    if (spec.conversion == 'n') fail("the conversion %n is not supported.");
-    if (spec.widthFromArgument) {
+    PrintfDirective& directive = *parsed;
+    const std::string_view conversion = piece.substr(0, directive.length);
+    if (directive.conversion == 'n') fail("the conversion %n is not supported.");
+    if (directive.widthFromArgument) {
       Extracted width;
       get(Want::Signed, conversion, width);
-      if (width.isUnsignedValue || width.i > kMaxWidth || width.i < -kMaxWidth) fail("the width given for %" + std::string(conversion) + " is too large.");
-      spec.width = static_cast<int>(width.i < 0 ? -width.i : width.i);
-      if (width.i < 0) spec.flags.push_back('-');
+      if (width.isUnsignedValue || width.i > kMaxWidth || width.i < -kMaxWidth)
+        fail("the width given for %" + std::string(conversion) + " is too large.");
+      directive.width = static_cast<int>(width.i < 0 ? -width.i : width.i);
+      if (width.i < 0) directive.flags.push_back('-');
     }
-    if (spec.precisionFromArgument) {
+    if (directive.precisionFromArgument) {
       Extracted precision;
       get(Want::Signed, conversion, precision);
-      if (precision.isUnsignedValue || precision.i > kMaxWidth) fail("the precision given for %" + std::string(conversion) + " is too large.");
-      spec.precision = precision.i < 0 ? -1 : static_cast<int>(precision.i);
+      if (precision.isUnsignedValue || precision.i > kMaxWidth)
+        fail("the precision given for %" + std::string(conversion) + " is too large.");
+      directive.precision = precision.i < 0 ? -1 : static_cast<int>(precision.i);
     }
-    if (spec.width > kMaxWidth || spec.precision > kMaxWidth) {
+    if (directive.width > kMaxWidth || directive.precision > kMaxWidth) {
       fail("the width or precision of %" + std::string(conversion) + " is too large.");
     }
 
     auto cFormat = [&](const char* lengthAndConversion) {
-      std::string f = "%" + spec.flags;
-      if (spec.width >= 0) f += std::to_string(spec.width);
-      if (spec.precision >= 0) f += "." + std::to_string(spec.precision);
+      std::string f = "%" + directive.flags;
+      if (directive.width >= 0) f += std::to_string(directive.width);
+      if (directive.precision >= 0) f += "." + std::to_string(directive.precision);
       f += lengthAndConversion;
       return f;
     };
@@ -339,50 +376,66 @@ class Engine {
     auto emitText = [&](std::string_view text) {
       std::string copy(text);
       // Only the flags that mean something for text.
-      std::string flags = spec.flags.find('-') != std::string::npos ? "-" : "";
+      std::string flags = directive.flags.find('-') != std::string::npos ? "-" : "";
       std::string f = "%" + flags;
-      if (spec.width >= 0) f += std::to_string(spec.width);
-      if (spec.precision >= 0) f += "." + std::to_string(spec.precision);
+      if (directive.width >= 0) f += std::to_string(directive.width);
+      if (directive.precision >= 0) f += "." + std::to_string(directive.precision);
       f += "s";
       emit(f, copy.c_str());
     };
 
     Extracted value;
-    switch (spec.conversion) {
-      case 'd': case 'i': case 'D':
+    switch (directive.conversion) {
+      case 'd':
+      case 'i':
+      case 'D':
         get(Want::Signed, conversion, value);
-        if (value.isUnsignedValue) emit(cFormat("llu"), value.u);
-        else emit(cFormat("lld"), value.i);
+        if (value.isUnsignedValue)
+          emit(cFormat("llu"), value.u);
+        else
+          emit(cFormat("lld"), value.i);
         break;
-      case 'u': case 'U':
+      case 'u':
+      case 'U':
         get(Want::Unsigned, conversion, value);
         emit(cFormat("llu"), value.u);
         break;
-      case 'o': case 'O':
+      case 'o':
+      case 'O':
         get(Want::Unsigned, conversion, value);
         emit(cFormat("llo"), value.u);
         break;
-      case 'x': case 'X': {
+      case 'x':
+      case 'X': {
         get(Want::Unsigned, conversion, value);
-        const char f[] = {'l', 'l', spec.conversion, '\0'};
+        const char f[] = {'l', 'l', directive.conversion, '\0'};
         emit(cFormat(f), value.u);
         break;
       }
-      case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A': {
+      case 'e':
+      case 'E':
+      case 'f':
+      case 'F':
+      case 'g':
+      case 'G':
+      case 'a':
+      case 'A': {
         get(Want::Double, conversion, value);
-        const char f[] = {spec.conversion, '\0'};
+        const char f[] = {directive.conversion, '\0'};
         emit(cFormat(f), value.d[0]);
         break;
       }
-      case 'c': case 'C': {
+      case 'c':
+      case 'C': {
         get(Want::Character, conversion, value);
         std::string text;
         appendCodePoint(text, value.character);
-        spec.precision = -1;
+        directive.precision = -1;
         emitText(text);
         break;
       }
-      case 's': case 'S':
+      case 's':
+      case 'S':
         get(Want::Text, conversion, value);
         emitText(value.useOwned ? std::string_view(value.owned) : value.text);
         break;
@@ -394,14 +447,14 @@ class Engine {
         get(Want::Pointer, conversion, value);
         std::string text;
         appendPointer(text, value.pointer);
-        spec.precision = -1;
+        directive.precision = -1;
         emitText(text);
         break;
       }
       default:
         break;
     }
-    out_.append(piece.substr(spec.length));
+    out_.append(piece.substr(directive.length));
   }
 
   std::string_view format_;

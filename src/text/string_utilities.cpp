@@ -1,12 +1,12 @@
 #include "zentrel/text/string_utilities.h"
 
+#include <unicode/uniset.h>
+#include <unicode/utf8.h>
+
 #include <cmath>
 #include <cstdio>
 #include <limits>
 #include <vector>
-
-#include <unicode/uniset.h>
-#include <unicode/utf8.h>
 
 #include "text/internal/unicode.h"
 
@@ -101,18 +101,35 @@ std::size_t foldedMatchLength(const FoldedText& text, std::size_t first, const i
 bool isURLCharacter(unsigned char c) {
   if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
   switch (c) {
-    case '-': case '.': case '_': case '~': case ':': case '/': case '?': case '#': case '[': case ']':
-    case '@': case '!': case '$': case '&': case '\'': case '(': case ')': case '*': case '+': case ',':
-    case ';': case '=':
+    case '-':
+    case '.':
+    case '_':
+    case '~':
+    case ':':
+    case '/':
+    case '?':
+    case '#':
+    case '[':
+    case ']':
+    case '@':
+    case '!':
+    case '$':
+    case '&':
+    case '\'':
+    case '(':
+    case ')':
+    case '*':
+    case '+':
+    case ',':
+    case ';':
+    case '=':
       return true;
     default:
       return false;
   }
 }
 
-bool isHexDigit(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
+bool isHexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
 
 void appendEscape(std::string& out, unsigned char c) {
   static constexpr char digits[] = "0123456789ABCDEF";
@@ -219,8 +236,7 @@ std::string shortStringWithMaxLength(std::string_view text, std::int64_t maxLeng
   return internal::toUTF8(result);
 }
 
-std::string stringByAppendingSomething(std::string_view text, std::string_view addition,
-                                       std::string_view separator) {
+std::string stringByAppendingSomething(std::string_view text, std::string_view addition, std::string_view separator) {
   std::string out(text);
   if (addition.empty()) return out;
   const bool endsWith = !separator.empty() && text.ends_with(separator);
@@ -266,8 +282,8 @@ std::string percentEncodedWithoutUnreservedString(std::string_view text) {
   out.reserve(text.size());
   for (char ch : text) {
     const auto c = static_cast<unsigned char>(ch);
-    const bool unreserved = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                            c == '-' || c == '_' || c == '.' || c == '~';
+    const bool unreserved = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+                            c == '_' || c == '.' || c == '~';
     if (unreserved) {
       out.push_back(ch);
     } else {
@@ -282,8 +298,8 @@ std::string durationStringWithTimeInterval(double seconds) {
   const bool negative = seconds < 0;
   double magnitude = std::trunc(std::fabs(seconds));
   constexpr double limit = static_cast<double>(std::numeric_limits<std::int64_t>::max());
-  const auto total = magnitude >= limit ? std::numeric_limits<std::int64_t>::max()
-                                        : static_cast<std::int64_t>(magnitude);
+  const auto total =
+      magnitude >= limit ? std::numeric_limits<std::int64_t>::max() : static_cast<std::int64_t>(magnitude);
   const std::int64_t hours = total / 3600;
   const std::int64_t minutes = (total / 60) % 60;
   const std::int64_t secs = total % 60;
@@ -292,8 +308,8 @@ std::string durationStringWithTimeInterval(double seconds) {
     std::snprintf(buffer, sizeof buffer, "%s%lld:%02lld:%02lld", negative && total ? "-" : "",
                   static_cast<long long>(hours), static_cast<long long>(minutes), static_cast<long long>(secs));
   } else if (minutes != 0) {
-    std::snprintf(buffer, sizeof buffer, "%s%lld:%02lld", negative && total ? "-" : "",
-                  static_cast<long long>(minutes), static_cast<long long>(secs));
+    std::snprintf(buffer, sizeof buffer, "%s%lld:%02lld", negative && total ? "-" : "", static_cast<long long>(minutes),
+                  static_cast<long long>(secs));
   } else {
     std::snprintf(buffer, sizeof buffer, "%s0:%02lld", negative && total ? "-" : "", static_cast<long long>(secs));
   }

@@ -1,14 +1,13 @@
-#include "zentrel/text/aes.h"
-#include "zentrel/text/binary_data.h"
-#include "zentrel/text/digest.h"
-#include "zentrel/text/gzip.h"
-
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <random>
 #include <string>
 
-#include <zlib.h>
+#include "zentrel/text/aes.h"
+#include "zentrel/text/binary_data.h"
+#include "zentrel/text/digest.h"
+#include "zentrel/text/gzip.h"
 
 namespace {
 
@@ -16,7 +15,8 @@ using namespace zt;
 
 Bytes fromHex(std::string_view hex) {
   Bytes out;
-  for (std::size_t i = 0; i + 1 < hex.size(); i += 2) out.push_back(static_cast<std::uint8_t>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
+  for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+    out.push_back(static_cast<std::uint8_t>(std::stoi(std::string(hex.substr(i, 2)), nullptr, 16)));
   return out;
 }
 
@@ -103,8 +103,10 @@ TEST(AES256, GarbageAndWrongKeysNeverCrash) {
   int rejected = 0;
   for (int i = 0; i < 50; ++i) {
     auto opened = ztAES256DecryptWithKey(*sealed, "wrong" + std::to_string(i));
-    if (!opened) ++rejected;
-    else EXPECT_NE(*opened, bytes("a message of some length"));
+    if (!opened)
+      ++rejected;
+    else
+      EXPECT_NE(*opened, bytes("a message of some length"));
   }
   EXPECT_GT(rejected, 40);  // a wrong key passes the padding check only by chance
 }

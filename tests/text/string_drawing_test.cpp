@@ -1,5 +1,6 @@
 #include "zentrel/text/string_drawing.h"
 
+#include <cairo.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,8 +8,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-#include <cairo.h>
 
 #include "zentrel/text/character_set.h"
 #include "zentrel/text/string_utilities.h"
@@ -224,9 +223,9 @@ TEST(Drawing, InkStaysInTheRectangleAndFollowsTheAlignment) {
   {
     // Wrapped lines beyond the rectangle's height are not drawn.
     Canvas canvas(200, 200);
-    const ZTSize drawn = ztDrawInRect("one two three four five six seven eight nine ten", canvas.context,
-                                      ZTRect{{0, 0}, {60, font->lineHeight() * 2}}, font,
-                                      ZTLineBreakMode::ByWordWrapping);
+    const ZTSize drawn =
+        ztDrawInRect("one two three four five six seven eight nine ten", canvas.context,
+                     ZTRect{{0, 0}, {60, font->lineHeight() * 2}}, font, ZTLineBreakMode::ByWordWrapping);
     EXPECT_EQ(drawn.height, std::ceil(2 * font->lineHeight()));
     EXPECT_FALSE(canvas.inked(0, static_cast<int>(std::ceil(font->lineHeight() * 2)), 200, 200));
   }
@@ -235,13 +234,14 @@ TEST(Drawing, InkStaysInTheRectangleAndFollowsTheAlignment) {
     // Nonsense rectangles draw nothing and leave the caller's context usable.
     Canvas canvas(100, 100);
     const double nan = std::nan("");
-    EXPECT_EQ(ztDrawInRect("x", canvas.context, ZTRect{{nan, 0}, {10, 10}}, font, ZTLineBreakMode::ByClipping).width, 0);
+    EXPECT_EQ(ztDrawInRect("x", canvas.context, ZTRect{{nan, 0}, {10, 10}}, font, ZTLineBreakMode::ByClipping).width,
+              0);
     EXPECT_EQ(ztDrawInRect("x", canvas.context, ZTRect{{0, 0}, {nan, 10}}, font, ZTLineBreakMode::ByClipping).width, 0);
     EXPECT_EQ(cairo_status(canvas.context), CAIRO_STATUS_SUCCESS);
     EXPECT_FALSE(canvas.inked(0, 0, 100, 100));
     // An unlimited rectangle draws every line, unclipped.
-    const ZTSize drawn = ztDrawInRect("a\nb\nc", canvas.context, ZTRect{{0, 0}, {INFINITY, 0}}, font,
-                                      ZTLineBreakMode::ByWordWrapping);
+    const ZTSize drawn =
+        ztDrawInRect("a\nb\nc", canvas.context, ZTRect{{0, 0}, {INFINITY, 0}}, font, ZTLineBreakMode::ByWordWrapping);
     EXPECT_EQ(drawn.height, std::ceil(3 * font->lineHeight()));
     EXPECT_EQ(cairo_status(canvas.context), CAIRO_STATUS_SUCCESS);
     EXPECT_TRUE(canvas.inked(0, static_cast<int>(2 * font->lineHeight()), 100, 100));

@@ -38,7 +38,8 @@ TEST(FormatEngine, GeometryAndRangeConversionsUseFixedTexts) {
 
 TEST(FormatEngine, PrefixOrderDecidesWhichConversionMatches) {
   // "frame" before "f", "size" before "s", "point" before "p", "class" before "c".
-  EXPECT_EQ(copyZentrelStringWithFormat("%framed", ZTRect{{1, 1}, {1, 1}}), "[(1.000000, 1.000000) 1.000000x1.000000]d");
+  EXPECT_EQ(copyZentrelStringWithFormat("%framed", ZTRect{{1, 1}, {1, 1}}),
+            "[(1.000000, 1.000000) 1.000000x1.000000]d");
   EXPECT_EQ(copyZentrelStringWithFormat("%fr", 1.5), "1.500000r");
   EXPECT_EQ(copyZentrelStringWithFormat("%sizes", ZTSize{1, 2}), "1.000000x2.000000s");
   EXPECT_EQ(copyZentrelStringWithFormat("%six", "ab"), "abix");
@@ -68,7 +69,8 @@ TEST(FormatEngine, PercentRules) {
 TEST(FormatEngine, TableConversionsMatchPrintfTexts) {
   char expected[128];
   std::snprintf(expected, sizeof expected, "%d %u %lld %f %s %c", -42, 42u, -1234567890123LL, 3.14159, "str", 'q');
-  EXPECT_EQ(copyZentrelStringWithFormat("%d %u %lld %f %s %c", -42, 42u, -1234567890123LL, 3.14159, "str", 'q'), expected);
+  EXPECT_EQ(copyZentrelStringWithFormat("%d %u %lld %f %s %c", -42, 42u, -1234567890123LL, 3.14159, "str", 'q'),
+            expected);
   EXPECT_EQ(copyZentrelStringWithFormat("%f", 1e20), "100000000000000000000.000000");
   EXPECT_EQ(copyZentrelStringWithFormat("%f", -0.0000004), "-0.000000");
   EXPECT_EQ(copyZentrelStringWithFormat("%f %f", 1.0 / 0.0, -1.0 / 0.0), "inf -inf");
@@ -135,7 +137,8 @@ TEST(FormatEngine, MismatchesAreClearErrors) {
     }
     return std::string("no error");
   };
-  const std::string wrongKind = message([] { (void)copyZentrelStringWithFormat("%d and %point", 1, std::string("x")); });
+  const std::string wrongKind =
+      message([] { (void)copyZentrelStringWithFormat("%d and %point", 1, std::string("x")); });
   EXPECT_NE(wrongKind.find("%point"), std::string::npos) << wrongKind;
   EXPECT_NE(wrongKind.find("argument 2"), std::string::npos) << wrongKind;
   EXPECT_NE(wrongKind.find("std::string"), std::string::npos) << wrongKind;

@@ -49,7 +49,7 @@ TEST(CharacterSets, ReplacementAndLastCharacterTests) {
   EXPECT_FALSE(endsWithCharacterFromSet("x", ZTCharacterSet()));
 
   EXPECT_TRUE(emojiCharacterSet().contains(U'😀'));
-  EXPECT_TRUE(emojiCharacterSet().contains(U'\u2764'));   // heavy black heart
+  EXPECT_TRUE(emojiCharacterSet().contains(U'\u2764'));      // heavy black heart
   EXPECT_TRUE(emojiCharacterSet().contains(U'\U0001F1FA'));  // regional indicator U
   EXPECT_TRUE(emojiCharacterSet().contains(U'\U0001F3FD'));  // skin tone modifier
   EXPECT_FALSE(emojiCharacterSet().contains(U'1'));

@@ -24,8 +24,8 @@ enum class ZTCryptOperation { Encrypt, Decrypt };
 namespace zt {
 
 std::optional<std::vector<std::uint8_t>> ztAES256CryptWithKeyData(std::span<const std::uint8_t> data,
-                                                                   std::span<const std::uint8_t> key,
-                                                                   ZTCryptOperation operation);
+                                                                  std::span<const std::uint8_t> key,
+                                                                  ZTCryptOperation operation);
 
 std::optional<std::vector<std::uint8_t>> ztAES256EncryptWithKeyData(std::span<const std::uint8_t> data,
                                                                     std::span<const std::uint8_t> key);

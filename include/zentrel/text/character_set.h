@@ -7,14 +7,14 @@
 // returned by reference are built once, on first use, under a once-only guard, and are never
 // changed afterwards.
 
+#include <unicode/uversion.h>
+
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <string_view>
 
 #include "zentrel/platform/error.h"
-
-#include <unicode/uversion.h>
 
 U_NAMESPACE_BEGIN
 class UnicodeSet;

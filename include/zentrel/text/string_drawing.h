@@ -14,12 +14,12 @@
 // Stateless; may be called from any thread (each call its own cairo context: cairo contexts are
 // not thread-safe). Invalid UTF-8 is measured and drawn as U+FFFD.
 
+#include <cairo.h>
+
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
-
-#include <cairo.h>
 
 #include "zentrel/geometry/rect.h"
 #include "zentrel/text/font.h"

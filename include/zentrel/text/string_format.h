@@ -73,19 +73,22 @@ template <class T>
 concept PointLike = requires(const T& v) {
   { v.x } -> std::convertible_to<double>;
   { v.y } -> std::convertible_to<double>;
-} && !requires(const T& v) { v.width; };
+}
+&&!requires(const T& v) { v.width; };
 
 template <class T>
 concept SizeLike = requires(const T& v) {
   { v.width } -> std::convertible_to<double>;
   { v.height } -> std::convertible_to<double>;
-} && !requires(const T& v) { v.x; };
+}
+&&!requires(const T& v) { v.x; };
 
 template <class T>
 concept RectLike = requires(const T& v) {
   requires PointLike<std::remove_cvref_t<decltype(v.origin)>>;
   requires SizeLike<std::remove_cvref_t<decltype(v.size)>>;
-} || requires(const T& v) {
+}
+|| requires(const T& v) {
   { v.x } -> std::convertible_to<double>;
   { v.y } -> std::convertible_to<double>;
   { v.width } -> std::convertible_to<double>;
@@ -100,8 +103,7 @@ concept RangeLike = requires(const T& v) {
 
 template <class T>
 concept CharacterType = std::same_as<T, char> || std::same_as<T, signed char> || std::same_as<T, unsigned char> ||
-                        std::same_as<T, char8_t> || std::same_as<T, char16_t> || std::same_as<T, char32_t> ||
-                        std::same_as<T, wchar_t>;
+    std::same_as<T, char8_t> || std::same_as<T, char16_t> || std::same_as<T, char32_t> || std::same_as<T, wchar_t>;
 
 template <class T>
 concept HasDescription = requires(const T& v) {
@@ -109,7 +111,9 @@ concept HasDescription = requires(const T& v) {
 };
 
 template <class T>
-concept Streamable = requires(std::ostream& os, const T& v) { os << v; };
+concept Streamable = requires(std::ostream& os, const T& v) {
+  os << v;
+};
 
 template <class T>
 struct SmartPointer : std::false_type {};
@@ -146,11 +150,14 @@ std::string unsignedText(unsigned long long value);
 template <class T>
 std::string typeName() {
   using U = std::remove_cv_t<T>;
-  if constexpr (std::is_same_v<U, std::string>) return "std::string";
-  else if constexpr (std::is_same_v<U, std::string_view>) return "std::string_view";
+  if constexpr (std::is_same_v<U, std::string>)
+    return "std::string";
+  else if constexpr (std::is_same_v<U, std::string_view>)
+    return "std::string_view";
   else if constexpr (std::is_array_v<U> || std::is_same_v<U, const char*> || std::is_same_v<U, char*>)
     return "const char*";
-  else return ZTDemangledTypeName(typeid(U));
+  else
+    return ZTDemangledTypeName(typeid(U));
 }
 
 template <class T>
@@ -159,45 +166,65 @@ std::string describe(const T& v);
 template <class T>
 std::string describeTarget(const T* p) {
   if (!p) return "(null)";
-  if constexpr (std::is_void_v<T> || std::is_function_v<T>) return describePointer("void", p);
-  else return describe(*p);
+  if constexpr (std::is_void_v<T> || std::is_function_v<T>)
+    return describePointer("void", p);
+  else
+    return describe(*p);
 }
 
 template <class T>
 std::string describe(const T& v) {
   using U = std::remove_cv_t<T>;
-  if constexpr (std::is_array_v<U>) return std::string(static_cast<const char*>(v));
-  else if constexpr (std::is_same_v<U, std::nullptr_t>) return "(null)";
-  else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>) return v ? std::string(v) : "(null)";
-  else if constexpr (std::is_convertible_v<const U&, std::string_view>) return std::string(std::string_view(v));
-  else if constexpr (std::is_same_v<U, bool>) return v ? "1" : "0";
-  else if constexpr (CharacterType<U>) return integerText(static_cast<long long>(v));
-  else if constexpr (std::is_integral_v<U> && std::is_signed_v<U>) return integerText(v);
-  else if constexpr (std::is_integral_v<U>) return unsignedText(v);
-  else if constexpr (std::is_floating_point_v<U>) return shortestNumber(static_cast<double>(v));
-  else if constexpr (std::is_same_v<U, ZTValue>) return v.isString() ? *v.template getIf<std::string>() : v.description();
-  else if constexpr (std::is_pointer_v<U>) return describeTarget(v);
-  else if constexpr (SmartPointer<U>::value) return describeTarget(v.get());
-  else if constexpr (HasDescription<U>) return std::string(v.description());
+  if constexpr (std::is_array_v<U>)
+    return std::string(static_cast<const char*>(v));
+  else if constexpr (std::is_same_v<U, std::nullptr_t>)
+    return "(null)";
+  else if constexpr (std::is_same_v<U, const char*> || std::is_same_v<U, char*>)
+    return v ? std::string(v) : "(null)";
+  else if constexpr (std::is_convertible_v<const U&, std::string_view>)
+    return std::string(std::string_view(v));
+  else if constexpr (std::is_same_v<U, bool>)
+    return v ? "1" : "0";
+  else if constexpr (CharacterType<U>)
+    return integerText(static_cast<long long>(v));
+  else if constexpr (std::is_integral_v<U> && std::is_signed_v<U>)
+    return integerText(v);
+  else if constexpr (std::is_integral_v<U>)
+    return unsignedText(v);
+  else if constexpr (std::is_floating_point_v<U>)
+    return shortestNumber(static_cast<double>(v));
+  else if constexpr (std::is_same_v<U, ZTValue>)
+    return v.isString() ? *v.template getIf<std::string>() : v.description();
+  else if constexpr (std::is_pointer_v<U>)
+    return describeTarget(v);
+  else if constexpr (SmartPointer<U>::value)
+    return describeTarget(v.get());
+  else if constexpr (HasDescription<U>)
+    return std::string(v.description());
   else if constexpr (Streamable<U>) {
     std::ostringstream stream;
     stream << v;
     return stream.str();
-  } else if constexpr (std::is_polymorphic_v<U>) return describePointer(ZTDemangledTypeName(typeid(v)), &v);
-  else return describePointer(typeName<U>(), &v);
+  } else if constexpr (std::is_polymorphic_v<U>)
+    return describePointer(ZTDemangledTypeName(typeid(v)), &v);
+  else
+    return describePointer(typeName<U>(), &v);
 }
 
 template <class T>
 std::string className(const T& v) {
   using U = std::remove_cv_t<T>;
-  if constexpr (std::is_same_v<U, std::nullptr_t>) return "(null)";
+  if constexpr (std::is_same_v<U, std::nullptr_t>)
+    return "(null)";
   else if constexpr (std::is_pointer_v<U> && !std::is_same_v<U, const char*> && !std::is_same_v<U, char*> &&
                      !std::is_void_v<std::remove_pointer_t<U>> && !std::is_function_v<std::remove_pointer_t<U>>) {
     return v ? ZTDebugClassNameForObject(v) : "(null)";
   } else if constexpr (SmartPointer<U>::value) {
     return v ? ZTDebugClassNameForObject(v.get()) : "(null)";
-  } else if constexpr (std::is_polymorphic_v<U>) return ZTDemangledTypeName(typeid(v));
-  else return typeName<U>();
+  } else if constexpr (std::is_polymorphic_v<U>)
+    return ZTDemangledTypeName(typeid(v));
+  else
+    return typeName<U>();
 }
 
 template <class T>
@@ -220,7 +247,10 @@ bool extract(const void* value, Want want, Extracted& out) {
       }
       return false;
     case Want::Rect:
-      if constexpr (requires { v.origin.x; v.size.width; }) {
+      if constexpr (requires {
+                      v.origin.x;
+                      v.size.width;
+                    }) {
         out.d[0] = static_cast<double>(v.origin.x);
         out.d[1] = static_cast<double>(v.origin.y);
         out.d[2] = static_cast<double>(v.size.width);
@@ -360,7 +390,8 @@ namespace zt {
 std::string copyZentrelStringWithFormatArguments(std::string_view format, std::span<const ZTFormatArgument> arguments);
 inline std::string copyZentrelStringWithFormatArguments(std::string_view format,
                                                         std::initializer_list<ZTFormatArgument> arguments) {
-  return copyZentrelStringWithFormatArguments(format, std::span<const ZTFormatArgument>(arguments.begin(), arguments.size()));
+  return copyZentrelStringWithFormatArguments(format,
+                                              std::span<const ZTFormatArgument>(arguments.begin(), arguments.size()));
 }
 
 template <class... Args>

@@ -63,8 +63,7 @@ std::string shortStringWithMaxLength(std::string_view text, std::int64_t maxLeng
 // and the addition begins with it, one copy is dropped; when exactly one side has it, the two are
 // concatenated; when neither has it, the separator is put between them. An empty addition gives
 // the text unchanged.
-std::string stringByAppendingSomething(std::string_view text, std::string_view addition,
-                                       std::string_view separator);
+std::string stringByAppendingSomething(std::string_view text, std::string_view addition, std::string_view separator);
 inline std::string stringByAppendingURLComponent(std::string_view text, std::string_view component) {
   return stringByAppendingSomething(text, component, "/");
 }

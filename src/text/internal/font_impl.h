@@ -1,12 +1,12 @@
 #pragma once
 // What a ZTFont holds, for the layout and drawing code of this area.
 
+#include <cairo.h>
+#include <hb.h>
+
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <cairo.h>
-#include <hb.h>
 
 #include "zentrel/text/font.h"
 

@@ -1,11 +1,11 @@
 #pragma once
 // Conversions between the UTF-8 text of the interface and ICU's UTF-16 strings.
 
+#include <unicode/unistr.h>
+
 #include <climits>
 #include <string>
 #include <string_view>
-
-#include <unicode/unistr.h>
 
 #include "zentrel/platform/exceptions.h"
 
