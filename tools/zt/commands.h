@@ -8,6 +8,10 @@ void addThreadsCommand(CLI::App& app);
 int runThreadsTour(int calls);
 int runThreadsTourWithDefaults();
 
+// `zt geometry`: rectangle arithmetic, fitting transforms, Bezier curves, geometry in dictionaries.
+void addGeometryCommand(CLI::App& app);
+int runGeometryTour();
+
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool
