@@ -16,12 +16,7 @@ std::string ZTHomeDirectory() {
 }
 
 std::string ZTTrashDirectory() {
-  static const std::string trash = [] {
-    const std::string home = ZTHomeDirectory();
-    if (std::optional<std::string> found = xdg::freedesktopTrash(home, xdg::processEnvironment())) return *found;
-    ZTLog("Failed to get trash directory using NSSearchPathForDirectoriesInDomains(). Trying to generate path to trash...");
-    return zt::stringByAppendingPathComponent(home, ".Trash");
-  }();
+  static const std::string trash = xdg::trashDirectory(ZTHomeDirectory(), xdg::processEnvironment());
   return trash;
 }
 

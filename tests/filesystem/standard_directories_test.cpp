@@ -65,6 +65,18 @@ TEST(XdgFolders, TrashIsInTheDataHomeWhenThereIsOne) {
   EXPECT_EQ(freedesktopTrash(home.path(), environment({{"XDG_DATA_HOME", "/elsewhere"}})), "/elsewhere/Trash");
 }
 
+TEST(XdgFolders, TrashFallsBackToDotTrashWithALogLine) {
+  TempDir home;
+  zt::test::LogCapture log;
+  EXPECT_EQ(trashDirectory(home.path(), environment({})), home / ".Trash");
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Failed to get trash directory using "
+                                                   "NSSearchPathForDirectoriesInDomains(). Trying to generate path "
+                                                   "to trash..."}));
+  zt::test::makeDirectory(home / ".local/share");
+  EXPECT_EQ(trashDirectory(home.path(), environment({})), home / ".local/share/Trash");
+  EXPECT_EQ(log.lines().size(), 1u);
+}
+
 TEST(XdgFolders, ApplicationSupportIsCreatedOrFallsBackToTemporaryFolder) {
   TempDir data;
   zt::test::LogCapture log;

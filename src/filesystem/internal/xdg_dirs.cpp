@@ -124,6 +124,12 @@ std::optional<std::string> freedesktopTrash(const std::string& home, const Envir
   return stringByAppendingPathComponent(dataHome, "Trash");
 }
 
+std::string trashDirectory(const std::string& home, const EnvironmentLookup& env) {
+  if (std::optional<std::string> found = freedesktopTrash(home, env)) return *found;
+  ZTLog("Failed to get trash directory using NSSearchPathForDirectoriesInDomains(). Trying to generate path to trash...");
+  return stringByAppendingPathComponent(home, ".Trash");
+}
+
 std::string temporaryDirectory(const EnvironmentLookup& env) {
   const std::optional<std::string> value = env("TMPDIR");
   if (value && !value->empty() && usablePath(*value)) return withoutTrailingSlash(*value);

@@ -26,6 +26,8 @@ std::optional<std::string> userDirectoryFromUserDirsFile(std::string_view conten
 std::string documentsDirectory(const std::string& home, const EnvironmentLookup& env);
 // The freedesktop home trash, or nullopt when no data home folder can be found.
 std::optional<std::string> freedesktopTrash(const std::string& home, const EnvironmentLookup& env);
+// The freedesktop trash, or home/.Trash after logging that it could not be found.
+std::string trashDirectory(const std::string& home, const EnvironmentLookup& env);
 std::string temporaryDirectory(const EnvironmentLookup& env);
 // dataHome/executableName, created when missing; temporaryFolder (with the log lines) when it is
 // not a folder or cannot be created.
