@@ -20,6 +20,12 @@ void replaceAll(std::string& text, std::string_view what, std::string_view with)
   text = std::move(out);
 }
 
+// The base's parent, taken from its normalized form so that a base spelled "/U/Docs/." or
+// "/U/x/../Docs" still has "/U" as its parent.
+std::string parentOfBase(std::string_view base) {
+  return zt::stringByDeletingLastPathComponent(ZTNormalizeBeginingOfPath(base));
+}
+
 }  // namespace
 
 std::string ZTNormalizeBeginingOfPath(std::string_view path) {
@@ -65,7 +71,7 @@ std::string ZTDeleteBeginningOfPathWithOptions(std::string_view beginning, std::
 std::string ZTAbsolutePathToRelative(std::string_view path, const std::vector<std::string>& basePaths) {
   for (const std::string& base : basePaths) {
     if (ZTIsPathBasePathOfPath(base, path)) {
-      return ZTDeleteBeginningOfPathWithOptions(zt::stringByDeletingLastPathComponent(base), path, 0);
+      return ZTDeleteBeginningOfPathWithOptions(parentOfBase(base), path, 0);
     }
   }
   return std::string(path);
@@ -75,7 +81,7 @@ ZTFileURL ZTAbsoluteURLToRelative(const ZTFileURL& url, const std::vector<ZTFile
   for (const ZTFileURL& base : baseURLs) {
     if (ZTIsPathBasePathOfPath(base.path(), url.path())) {
       return ZTFileURL::fileURLWithPath(
-          ZTDeleteBeginningOfPathWithOptions(zt::stringByDeletingLastPathComponent(base.path()), url.path(), 0));
+          ZTDeleteBeginningOfPathWithOptions(parentOfBase(base.path()), url.path(), 0));
     }
   }
   return url;

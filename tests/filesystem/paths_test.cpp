@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <random>
+
 #include "filesystem/support/temp_dir.h"
 #include "zentrel/filesystem/standard_directories.h"
 
@@ -102,6 +106,9 @@ TEST(RelativePaths, KeepTheBaseFolderNameAndRoundTrip) {
   // The base itself is not below itself: unchanged.
   EXPECT_EQ(ZTAbsolutePathToRelative("/U/x/Docs", bases), "/U/x/Docs");
   EXPECT_EQ(ZTAbsolutePathToRelative("/U/x/Docsy/a", bases), "/U/x/Docsy/a");
+  // The base's parent comes from its normalized spelling.
+  EXPECT_EQ(ZTAbsolutePathToRelative("/U/x/Docs/a.pdf", {"/U/x/Docs/."}), "/Docs/a.pdf");
+  EXPECT_EQ(ZTAbsolutePathToRelative("/U/x/Docs/a.pdf", {"/U/y/../x/Docs/"}), "/Docs/a.pdf");
 }
 
 TEST(RelativePaths, FirstMatchingBaseInListOrderWins) {
@@ -152,6 +159,65 @@ TEST(FileURL, ParsesAndPrintsFileURLs) {
   char cwd[4096];
   ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
   EXPECT_EQ(ZTFileURL::fileURLWithPath("rel/x").path(), std::string(cwd) + "/rel/x");
+}
+
+}  // namespace
+
+namespace {
+
+// Random absolute paths made of the parts that matter to normalization, checked against
+// std::filesystem's lexical normalization (which shares the rules for absolute paths).
+std::string randomAbsolutePath(std::mt19937& random) {
+  static const char* const kParts[] = {"a", "b", "bc", ".", "..", "", "x.y", "..."};
+  std::uniform_int_distribution<int> count(0, 7);
+  std::uniform_int_distribution<int> part(0, 7);
+  std::string path;
+  const int n = count(random);
+  for (int i = 0; i < n; ++i) path += std::string("/") + kParts[part(random)];
+  if (path.empty() || (random() % 4) == 0) path += "/";
+  return path;
+}
+
+std::string lexicalModel(const std::string& path) {
+  std::string normal = std::filesystem::path(path).lexically_normal().string();
+  while (normal.size() > 1 && normal.back() == '/') normal.pop_back();
+  return normal;
+}
+
+std::vector<std::string> componentsOf(const std::string& normal) {
+  std::vector<std::string> parts;
+  for (const auto& part : std::filesystem::path(normal)) {
+    if (!part.empty() && part != "/") parts.push_back(part.string());
+  }
+  return parts;
+}
+
+TEST(PathNormalizationProperties, AgreesWithLexicalNormalizationOnAbsolutePaths) {
+  std::mt19937 random(20261122);
+  for (int i = 0; i < 5000; ++i) {
+    const std::string path = randomAbsolutePath(random);
+    const std::string normalized = ZTNormalizeBeginingOfPath(path);
+    ASSERT_EQ(normalized, lexicalModel(path)) << path;
+    ASSERT_EQ(ZTNormalizePath(ZTNormalizePath(path)), ZTNormalizePath(path)) << path;
+    ASSERT_EQ(ZTNormalizePath(path).back(), '/') << path;
+  }
+}
+
+TEST(PathNormalizationProperties, BaseTestMeansStrictComponentPrefix) {
+  std::mt19937 random(7);
+  for (int i = 0; i < 5000; ++i) {
+    const std::string base = randomAbsolutePath(random);
+    // Half of the paths extend the base, so that both answers occur often.
+    const std::string path = (random() % 2) ? base + randomAbsolutePath(random) : randomAbsolutePath(random);
+    const std::vector<std::string> b = componentsOf(lexicalModel(base));
+    const std::vector<std::string> p = componentsOf(lexicalModel(path));
+    const bool expected = b.size() < p.size() && std::equal(b.begin(), b.end(), p.begin());
+    ASSERT_EQ(ZTIsPathBasePathOfPath(base, path), expected) << base << " | " << path;
+    if (expected) {
+      const std::string relative = ZTAbsolutePathToRelative(path, {base});
+      ASSERT_EQ(ZTRelativePathToAbsolute(relative, base), ZTNormalizeBeginingOfPath(path)) << base << " | " << path;
+    }
+  }
 }
 
 }  // namespace
