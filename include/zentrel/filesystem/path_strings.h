@@ -3,11 +3,12 @@
 // first argument.
 //
 // The first group is the everyday path vocabulary (last component, extension, joining) with the
-// classic rules: "/" separates components, a trailing "/" is ignored where a component is asked
-// for, and only stringByStandardizingPath and the comparisons look at the file system. The second group normalizes and compares paths
-// (see ZTNormalizePath in paths.h for the normal form).
+// classic rules: "/" separates components and a trailing "/" is ignored where a component is
+// asked for. The second group normalizes and compares paths (see ZTNormalizePath in paths.h for
+// the normal form). Only stringByStandardizingPath (the "/private" rule) and the functions that
+// resolve symbolic links look at the file system; nothing here changes it.
 //
-// All functions are pure, reentrant and may be called from any thread. They work on bytes, so a
+// All functions are reentrant and may be called from any thread. They work on bytes, so a
 // string with invalid UTF-8 or an embedded NUL is handled like any other text and never makes them
 // fail; only the case-insensitive comparison decodes UTF-8 (invalid sequences compare as U+FFFD).
 
@@ -60,6 +61,7 @@ std::string stringByStandardizingPath(std::string_view path);
 
 // (stringByDeletingLastSlash, stringByDeletingFirstSlash and stringByDeletingPrivate are plain
 // text operations and live with the string utilities of the text area.)
+
 // "/%s" of the path unless it is empty or already starts with "/".
 std::string stringByPrependingSlashToPath(std::string_view path);
 // Appends "/" unless the path already ends with one; "" -> "/".
