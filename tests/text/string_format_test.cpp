@@ -171,3 +171,45 @@ TEST(FormatEngine, ArgumentListFormAndLongFormats) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every combination of flags, width and precision the parser must hand on unchanged.
+TEST(FormatEngine, PrintfDirectivesAgreeWithSnprintf) {
+  const char* flags[] = {"", "-", "+", " ", "#", "0", "-+", "0#"};
+  const char* widths[] = {"", "1", "9"};
+  const char* precisions[] = {"", ".0", ".3"};
+  char expected[128];
+  int checked = 0;
+  for (const char* flag : flags) {
+    for (const char* width : widths) {
+      for (const char* precision : precisions) {
+        const std::string prefix = std::string("%") + flag + width + precision;
+        for (char conversion : std::string("di")) {
+          const std::string theirs = prefix + "ll" + conversion + "|";
+          std::snprintf(expected, sizeof expected, theirs.c_str(), -1234LL);
+          EXPECT_EQ(copyZentrelStringWithFormat(prefix + "l" + conversion + "|", -1234LL), expected) << theirs;
+          ++checked;
+        }
+        for (char conversion : std::string("xXou")) {
+          const std::string theirs = prefix + "ll" + conversion + "|";
+          std::snprintf(expected, sizeof expected, theirs.c_str(), 1234ULL);
+          EXPECT_EQ(copyZentrelStringWithFormat(prefix + "l" + conversion + "|", 1234ULL), expected) << theirs;
+          ++checked;
+        }
+        for (char conversion : std::string("eEgGaA")) {
+          const std::string format = prefix + conversion + "|";
+          std::snprintf(expected, sizeof expected, format.c_str(), -1234.5678);
+          EXPECT_EQ(copyZentrelStringWithFormat(format, -1234.5678), expected) << format;
+          ++checked;
+        }
+      }
+    }
+  }
+  EXPECT_EQ(checked, 8 * 3 * 3 * 12);
+  // Strings take the "-" flag, the width and the precision (in bytes).
+  EXPECT_EQ(copyZentrelStringWithFormat("[%-7.3s]", "texts"), "[tex    ]");
+  EXPECT_EQ(copyZentrelStringWithFormat("[%7s]", std::string("texts")), "[  texts]");
+}
+
+}  // namespace
