@@ -4,6 +4,7 @@
 
 #include "support/operation_test_support.h"
 #include "zentrel/operations/cross_thread_calls.h"
+#include "zentrel/platform/exceptions.h"
 #include "zentrel/platform/notification_center.h"
 
 namespace {
@@ -310,6 +311,24 @@ TEST(OperationQueue, DescribesItself) {
             std::string::npos)
       << text;
   EXPECT_NE(text.find("; name = job>\n)>"), std::string::npos) << text;
+}
+
+TEST(OperationQueue, AnOperationBelongsToOneQueueAtATime) {
+  WorkerThread worker;
+  Recorder recorder;
+  auto first = ZTOperationQueue::create(worker);
+  auto second = ZTOperationQueue::create(worker);
+  first->setSuspended(true);
+  auto operation = named("shared", recorder, true);
+  first->addOperation(operation);
+  EXPECT_THROW(second->addOperation(operation), ZTInternalInconsistencyException);
+  EXPECT_EQ(second->operationsCount(), 0);
+
+  // A queue that goes away lets its waiting operations go.
+  first.reset();
+  second->addOperation(operation);
+  ASSERT_TRUE(operation->waitUntilFinished(10s));
+  EXPECT_EQ(recorder.events(), (std::vector<std::string>{"shared"}));
 }
 
 TEST(OperationQueue, ComparatorPutsHigherPriorityFirst) {
