@@ -12,6 +12,10 @@ int runThreadsTourWithDefaults();
 void addGeometryCommand(CLI::App& app);
 int runGeometryTour();
 
+// `zt text`: the format engine, truncation to a width, digests, AES and gzip.
+void addTextCommand(CLI::App& app);
+int runTextTourWithDefaults();
+
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

@@ -15,6 +15,7 @@ void addDemoCommand(CLI::App& app) {
     const std::vector<std::pair<const char*, std::function<int()>>> tours = {
         {"threads", runThreadsTourWithDefaults},
         {"geometry", runGeometryTour},
+        {"text", runTextTourWithDefaults},
     };
     int failures = 0;
     for (const auto& [name, tour] : tours) {

@@ -14,6 +14,7 @@ int main(int argc, char** argv) {
   ztool::addDemoCommand(app);
   ztool::addThreadsCommand(app);
   ztool::addGeometryCommand(app);
+  ztool::addTextCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -14,7 +14,9 @@
 // Stateless; may be called from any thread (each call its own cairo context: cairo contexts are
 // not thread-safe). Invalid UTF-8 is measured and drawn as U+FFFD.
 
-#include <cairo.h>
+// The caller's cairo context; declared here as cairo.h declares it, so that including this header
+// does not need cairo's include path.
+typedef struct _cairo cairo_t;
 
 #include <cstdint>
 #include <memory>
