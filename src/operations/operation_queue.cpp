@@ -134,14 +134,15 @@ void ZTOperationQueue::addOperation(const std::shared_ptr<ZTOperation>& operatio
 void ZTOperationQueue::addOperations(const std::vector<std::shared_ptr<ZTOperation>>& operations) {
   if (operations.empty()) return;
   std::lock_guard lock(monitor_);
+  std::string refused;
   for (const auto& operation : operations) {
     if (!operation || operation->isFinished() || operation->isExecuting()) continue;
     if (disposed_) return;
     const void* owner = nullptr;
     if (!operation->queueOwner_.compare_exchange_strong(owner, this, std::memory_order_acq_rel)) {
-      if (owner == this) continue;  // already here
-      throw ZTInternalInconsistencyException("The operation " + describe(operation.get()) +
-                                             " is already in another operation queue.");
+      // Already here: nothing to do. In another queue: refused, after the others are under way.
+      if (owner != this && refused.empty()) refused = describe(operation.get());
+      continue;
     }
     // Observe first, then read the state: a change that happens in between reaches the handlers,
     // which wait for this monitor and then find the operation where it belongs.
@@ -154,6 +155,8 @@ void ZTOperationQueue::addOperations(const std::vector<std::shared_ptr<ZTOperati
     }
   }
   startNextOperationIfPossible();
+  if (!refused.empty())
+    throw ZTInternalInconsistencyException("The operation " + refused + " is already in another operation queue.");
 }
 
 void ZTOperationQueue::insertReady(const OperationPointer& operation) {

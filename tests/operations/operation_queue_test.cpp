@@ -321,14 +321,18 @@ TEST(OperationQueue, AnOperationBelongsToOneQueueAtATime) {
   first->setSuspended(true);
   auto operation = named("shared", recorder, true);
   first->addOperation(operation);
-  EXPECT_THROW(second->addOperation(operation), ZTInternalInconsistencyException);
-  EXPECT_EQ(second->operationsCount(), 0);
+  second->setSuspended(true);
+  auto bystander = named("bystander", recorder, true);
+  EXPECT_THROW(second->addOperations({operation, bystander}), ZTInternalInconsistencyException);
+  EXPECT_EQ(second->operationsCount(), 1);  // the others of the call were still added
+  second->setSuspended(false);
+  ASSERT_TRUE(bystander->waitUntilFinished(10s));
 
   // A queue that goes away lets its waiting operations go.
   first.reset();
   second->addOperation(operation);
   ASSERT_TRUE(operation->waitUntilFinished(10s));
-  EXPECT_EQ(recorder.events(), (std::vector<std::string>{"shared"}));
+  EXPECT_EQ(recorder.events(), (std::vector<std::string>{"bystander", "shared"}));
 }
 
 TEST(OperationQueue, ComparatorPutsHigherPriorityFirst) {
