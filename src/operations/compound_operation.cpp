@@ -6,6 +6,8 @@
 #include "zentrel/operations/operation_queue.h"
 #include "zentrel/operations/thread_with_run_loop.h"
 #include "zentrel/platform/dispatch.h"
+#include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/log.h"
 #include "zentrel/platform/notification_center.h"
 
 std::shared_ptr<ZTCompoundConcurrentOperation> ZTCompoundConcurrentOperation::create(
@@ -68,7 +70,12 @@ void ZTCompoundConcurrentOperation::main() {
     members = operations_;
   }
   // Added while suspended so that the queue orders them by priority before any starts.
-  queue->addOperations(members);
+  try {
+    queue->addOperations(members);
+  } catch (const ZTInternalInconsistencyException& e) {
+    // A member that runs in another queue stays there; the others go ahead.
+    ZTLogf("ERROR: %s", e.what());
+  }
   // Cancelled meanwhile: the members must not start as if nothing happened.
   if (isCancelled()) queue->cancelAllOperations();
   queue->setSuspended(false);

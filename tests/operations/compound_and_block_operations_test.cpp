@@ -130,6 +130,24 @@ TEST(CompoundOperation, WaitingOptionCompletesOnlyAfterMembersCompletionBlocks) 
   }
 }
 
+TEST(CompoundOperation, WaitingForMembersCompletionBlocksLeavesTheWorkerThreadFree) {
+  WorkerThread worker("compound");
+  WorkerThread memberThread("member");
+  auto m = ZTConcurrentOperation::make<ManualOperation>(memberThread);
+  m->finishInMain = true;
+  std::atomic<bool> workerAnswered{false};
+  // Needs the compound operation's thread while the compound operation waits for this block.
+  m->setCompletionBlock([&] { workerAnswered = zt::performBlock([] {}, worker.thread, true); });
+  std::atomic<int> completions{0};
+  auto compound = ZTCompoundConcurrentOperation::create(
+      {m}, ZTCompoundOperationWaitUntilFinishedAndCompletionHandlersAreCalled, worker, nullptr, nullptr,
+      [&](ZTCompoundConcurrentOperation&) { ++completions; });
+  compound->start();
+  ASSERT_TRUE(compound->waitUntilFinishedAndCompletionHandlerCalled(10s));
+  EXPECT_TRUE(workerAnswered.load());
+  EXPECT_EQ(completions.load(), 1);
+}
+
 TEST(CompoundOperation, CancellingCancelsMembersAndCallsTheCancellationHandlerInstead) {
   WorkerThread worker;
   Recorder recorder;
