@@ -70,7 +70,8 @@ std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
       const UChar32 c = u_foldCase(static_cast<UChar32>(zt::fs_internal::nextCodePoint(name, i)), U_FOLD_CASE_DEFAULT);
       for (UChar32 f : forbidden) {
         if (f == c) {
-          const std::string format = ZTLocalizedString("The name \u201C%@\u201D cannot be used because of %@ character");
+          const std::string format =
+              ZTLocalizedString("The name \u201C%@\u201D cannot be used because of %@ character");
           return fillObjectFormat(format, {std::string(name), std::string(name.substr(start, i - start))});
         }
       }

@@ -70,10 +70,14 @@ const zt::fs_internal::StringSet& packageExtensions() {
 
 const char* identifierForTypeCode(std::int64_t type) {
   switch (type) {
-    case ZTFileTypeImage: return "public.image";
-    case ZTFileTypeMovie: return "public.movie";
-    case ZTFileTypeAudio: return "public.audio";
-    default: return nullptr;
+    case ZTFileTypeImage:
+      return "public.image";
+    case ZTFileTypeMovie:
+      return "public.movie";
+    case ZTFileTypeAudio:
+      return "public.audio";
+    default:
+      return nullptr;
   }
 }
 

@@ -49,7 +49,8 @@ ZTFileURL ZTFileURL::fileURLWithPath(std::string_view path, bool isDirectory) {
   ZTFileURL url;
   if (path.empty()) return url;
   url.scheme_ = "file";
-  std::string absolute = path.front() == '/' ? std::string(path) : zt::stringByAppendingPathComponent(currentDirectory(), path);
+  std::string absolute =
+      path.front() == '/' ? std::string(path) : zt::stringByAppendingPathComponent(currentDirectory(), path);
   if (absolute.size() > 1 && absolute.back() == '/') {
     isDirectory = true;
     while (absolute.size() > 1 && absolute.back() == '/') absolute.pop_back();

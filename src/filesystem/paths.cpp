@@ -60,8 +60,9 @@ std::string ZTDeleteBeginningOfPath(std::string_view beginning, std::string_view
 std::string ZTDeleteBeginningOfPathWithOptions(std::string_view beginning, std::string_view path, unsigned options) {
   const std::string base = ZTNormalizePath(beginning);
   std::string normalized = ZTNormalizeBeginingOfPath(path);
-  const auto match = zt::fs_internal::find(normalized, base, (options & ZTPathCaseInsensitiveSearch) != 0,
-                                           (options & ZTPathBackwardsSearch) != 0, (options & ZTPathAnchoredSearch) != 0);
+  const auto match =
+      zt::fs_internal::find(normalized, base, (options & ZTPathCaseInsensitiveSearch) != 0,
+                            (options & ZTPathBackwardsSearch) != 0, (options & ZTPathAnchoredSearch) != 0);
   if (!match) return normalized;
   normalized.erase(match->location, match->length - 1);
   if (normalized.empty()) return "/";
@@ -80,8 +81,7 @@ std::string ZTAbsolutePathToRelative(std::string_view path, const std::vector<st
 ZTFileURL ZTAbsoluteURLToRelative(const ZTFileURL& url, const std::vector<ZTFileURL>& baseURLs) {
   for (const ZTFileURL& base : baseURLs) {
     if (ZTIsPathBasePathOfPath(base.path(), url.path())) {
-      return ZTFileURL::fileURLWithPath(
-          ZTDeleteBeginningOfPathWithOptions(parentOfBase(base.path()), url.path(), 0));
+      return ZTFileURL::fileURLWithPath(ZTDeleteBeginningOfPathWithOptions(parentOfBase(base.path()), url.path(), 0));
     }
   }
   return url;

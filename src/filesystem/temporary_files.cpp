@@ -47,8 +47,8 @@ std::optional<std::string> ZTPathToTemporaryUniqueDirectoryWithFileNamedInside(
   return zt::stringByAppendingPathComponent(folder, *fileName);
 }
 
-std::optional<ZTFileURL> ZTURLToTemporaryUniqueDirectoryWithFileNamedInside(
-    const std::optional<std::string>& fileName, bool createDirectory) {
+std::optional<ZTFileURL> ZTURLToTemporaryUniqueDirectoryWithFileNamedInside(const std::optional<std::string>& fileName,
+                                                                            bool createDirectory) {
   std::optional<std::string> path = ZTPathToTemporaryUniqueDirectoryWithFileNamedInside(fileName, createDirectory);
   if (!path) return std::nullopt;
   return ZTFileURL::fileURLWithPath(*path, false);

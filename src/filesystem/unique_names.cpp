@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
-
 #include <unicode/unistr.h>
 
 #include <climits>
@@ -44,12 +43,9 @@ std::string withExtension(std::string candidate, const std::string& extension) {
 
 }  // namespace
 
-std::string ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(const std::string& name, const std::any& parent,
-                                                              bool isDirectory,
-                                                              const std::optional<std::string>& separator,
-                                                              const std::optional<std::string>& suffix,
-                                                              std::int64_t startNumber,
-                                                              const ZTCanCreateItemBlock& canCreate) {
+std::string ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(
+    const std::string& name, const std::any& parent, bool isDirectory, const std::optional<std::string>& separator,
+    const std::optional<std::string>& suffix, std::int64_t startNumber, const ZTCanCreateItemBlock& canCreate) {
   if (!canCreate) {
     throw ZTInternalInconsistencyException(
         "ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock needs a handler that says which names can be created");
@@ -98,8 +94,8 @@ std::string ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(const std::string
 
 std::string ZTGenerateUniquePathUsingItemExistsBlock(const std::string& path, bool isDirectory,
                                                      const std::optional<std::string>& separator,
-                                                     const std::optional<std::string>& suffix,
-                                                     std::int64_t startNumber, const ZTItemExistsBlock& itemExists) {
+                                                     const std::optional<std::string>& suffix, std::int64_t startNumber,
+                                                     const ZTItemExistsBlock& itemExists) {
   if (!itemExists) {
     throw ZTInternalInconsistencyException(
         "ZTGenerateUniquePathUsingItemExistsBlock needs a handler that says whether an item exists");

@@ -59,8 +59,9 @@ TEST(BackupMark, MissingItemsAndEmptyPaths) {
   EXPECT_EQ(ZTSkipMobileBackupAttributeForFile("", true), -1);
   EXPECT_EQ(ZTSkipMobileBackupAttributeForFile("", false), -1);
   EXPECT_FALSE(ZTHasSkipMobileBackupAttributeForFile(""));
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"file == nil in ZTSkipMobileBackupAttributeForFile, attribute = 1",
-                                                   "file == nil in ZTSkipMobileBackupAttributeForFile, attribute = 0"}));
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{"file == nil in ZTSkipMobileBackupAttributeForFile, attribute = 1",
+                                      "file == nil in ZTSkipMobileBackupAttributeForFile, attribute = 0"}));
 }
 
 TEST(ChangeDate, WholeSecondsOfTheInodeChange) {

@@ -71,7 +71,8 @@ TEST(PathStrings, NormalizationOptions) {
   EXPECT_EQ(zt::stringByNormalizingPathWithOptions(dir / "link/sub/missing/x", ZTPathNormalizationResolveSymbolicLinks),
             dir / "real/sub/missing/x");
   EXPECT_EQ(zt::stringByNormalizingPathWithOptions(dir / "link", ZTPathNormalizationForComparison), dir / "real/");
-  EXPECT_EQ(zt::stringByNormalizingPathWithOptions("/zt-missing/a", ZTPathNormalizationForComparison), "/zt-missing/a/");
+  EXPECT_EQ(zt::stringByNormalizingPathWithOptions("/zt-missing/a", ZTPathNormalizationForComparison),
+            "/zt-missing/a/");
   // A link to a link resolves fully; a dangling link stays as it is, with what follows it.
   ASSERT_EQ(::symlink((dir / "link").c_str(), (dir / "link2").c_str()), 0);
   EXPECT_EQ(zt::stringByNormalizingPathWithOptions(dir / "link2/sub", ZTPathNormalizationResolveSymbolicLinks),

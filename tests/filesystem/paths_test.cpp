@@ -138,7 +138,8 @@ TEST(RelativePaths, FileURLVariants) {
   const ZTFileURL relative = ZTAbsoluteURLToRelative(url, {ZTFileURL::fileURLWithPath("/U/x/Docs", true)});
   EXPECT_TRUE(relative.isFileURL());
   EXPECT_EQ(relative.path(), "/Docs/a b.pdf");
-  EXPECT_EQ(ZTRelativeURLToAbsolute(relative, ZTFileURL::fileURLWithPath("/U/x/Docs", true)).path(), "/U/x/Docs/a b.pdf");
+  EXPECT_EQ(ZTRelativeURLToAbsolute(relative, ZTFileURL::fileURLWithPath("/U/x/Docs", true)).path(),
+            "/U/x/Docs/a b.pdf");
   // No match: the same URL back.
   const ZTFileURL other = ZTFileURL::fileURLWithPath("/elsewhere/a.pdf");
   EXPECT_EQ(ZTAbsoluteURLToRelative(other, {ZTFileURL::fileURLWithPath("/U")}), other);

@@ -46,7 +46,8 @@ TEST(XdgFolders, DocumentsFromUserDirsFile) {
   EXPECT_EQ(userDirectoryFromUserDirsFile("XDG_DOCUMENTS_DIR=\"/srv/docs/\"\n", "XDG_DOCUMENTS_DIR", "/home/u"),
             "/srv/docs");
   EXPECT_EQ(userDirectoryFromUserDirsFile("XDG_DOCUMENTS_DIR=\"$HOME\"", "XDG_DOCUMENTS_DIR", "/home/u"), "/home/u");
-  EXPECT_EQ(userDirectoryFromUserDirsFile("XDG_DOCUMENTS_DIR=\"$HOMEX/a\"", "XDG_DOCUMENTS_DIR", "/home/u"), std::nullopt);
+  EXPECT_EQ(userDirectoryFromUserDirsFile("XDG_DOCUMENTS_DIR=\"$HOMEX/a\"", "XDG_DOCUMENTS_DIR", "/home/u"),
+            std::nullopt);
   EXPECT_EQ(userDirectoryFromUserDirsFile("XDG_DOCUMENTS_DIR=relative", "XDG_DOCUMENTS_DIR", "/home/u"), std::nullopt);
   EXPECT_EQ(userDirectoryFromUserDirsFile("XDG_DOCUMENTS_DIRX=\"/x\"", "XDG_DOCUMENTS_DIR", "/home/u"), std::nullopt);
   EXPECT_EQ(userDirectoryFromUserDirsFile("", "XDG_DOCUMENTS_DIR", "/home/u"), std::nullopt);

@@ -59,13 +59,13 @@ TEST(UniqueName, CanonicalNumberAtTheEndContinuesTheSequence) {
 }
 
 TEST(UniqueName, NonCanonicalTailsAreNumberedAsWholeStems) {
-  for (const auto& [name, expected] : std::vector<std::pair<std::string, std::string>>{
-           {"file-00.txt", "file-00-1.txt"},
-           {"report-03.txt", "report-03-1.txt"},
-           {"v-1a.txt", "v-1a-1.txt"},
-           {"v-+1.txt", "v-+1-1.txt"},
-           {"v-.txt", "v--1.txt"},
-           {"v-99999999999.txt", "v-99999999999-1.txt"}}) {
+  for (const auto& [name, expected] :
+       std::vector<std::pair<std::string, std::string>>{{"file-00.txt", "file-00-1.txt"},
+                                                        {"report-03.txt", "report-03-1.txt"},
+                                                        {"v-1a.txt", "v-1a-1.txt"},
+                                                        {"v-+1.txt", "v-+1-1.txt"},
+                                                        {"v-.txt", "v--1.txt"},
+                                                        {"v-99999999999.txt", "v-99999999999-1.txt"}}) {
     Taken taken{{name}};
     EXPECT_EQ(unique(taken, name, false, "-", std::nullopt, 1), expected) << name;
   }
@@ -127,11 +127,11 @@ TEST(UniqueName, MissingHandlerIsAProgrammingError) {
 
 TEST(UniquePath, UsesTheExistenceHandlerOnFullPaths) {
   std::vector<std::string> asked;
-  const std::string path = ZTGenerateUniquePathUsingItemExistsBlock(
-      "/d/a.txt", false, "-", std::nullopt, 1, [&](const std::string& candidate) {
-        asked.push_back(candidate);
-        return candidate != "/d/a-2.txt";
-      });
+  const std::string path = ZTGenerateUniquePathUsingItemExistsBlock("/d/a.txt", false, "-", std::nullopt, 1,
+                                                                    [&](const std::string& candidate) {
+                                                                      asked.push_back(candidate);
+                                                                      return candidate != "/d/a-2.txt";
+                                                                    });
   EXPECT_EQ(path, "/d/a-2.txt");
   EXPECT_EQ(asked, (std::vector<std::string>{"/d/a.txt", "/d/a-1.txt", "/d/a-2.txt"}));
 }

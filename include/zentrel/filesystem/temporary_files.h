@@ -20,5 +20,5 @@ std::string ZTTemporaryFilePathWithExtension(std::string_view extension);
 std::optional<std::string> ZTPathToTemporaryUniqueDirectoryWithFileNamedInside(
     const std::optional<std::string>& fileName, bool createDirectory);
 // The same as a (non-folder) file URL.
-std::optional<ZTFileURL> ZTURLToTemporaryUniqueDirectoryWithFileNamedInside(
-    const std::optional<std::string>& fileName, bool createDirectory);
+std::optional<ZTFileURL> ZTURLToTemporaryUniqueDirectoryWithFileNamedInside(const std::optional<std::string>& fileName,
+                                                                            bool createDirectory);

@@ -31,19 +31,16 @@ using ZTCanCreateItemBlock = std::function<bool(const std::string& name, const s
 // Answers whether an item exists at `path`.
 using ZTItemExistsBlock = std::function<bool(const std::string& path)>;
 
-std::string ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(const std::string& name, const std::any& parent,
-                                                              bool isDirectory,
-                                                              const std::optional<std::string>& separator,
-                                                              const std::optional<std::string>& suffix,
-                                                              std::int64_t startNumber,
-                                                              const ZTCanCreateItemBlock& canCreate);
+std::string ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(
+    const std::string& name, const std::any& parent, bool isDirectory, const std::optional<std::string>& separator,
+    const std::optional<std::string>& suffix, std::int64_t startNumber, const ZTCanCreateItemBlock& canCreate);
 
 // The unique-name rules on the last component of `path`; the result is the parent folder joined
 // with the chosen name. A candidate is accepted when itemExists says nothing is there.
 std::string ZTGenerateUniquePathUsingItemExistsBlock(const std::string& path, bool isDirectory,
                                                      const std::optional<std::string>& separator,
-                                                     const std::optional<std::string>& suffix,
-                                                     std::int64_t startNumber, const ZTItemExistsBlock& itemExists);
+                                                     const std::optional<std::string>& suffix, std::int64_t startNumber,
+                                                     const ZTItemExistsBlock& itemExists);
 // As above, asking the file system: any item counts, including a dangling symbolic link (so a
 // name is never chosen that would replace a link).
 std::string ZTGenerateUniquePath(const std::string& path, bool isDirectory, const std::optional<std::string>& separator,

@@ -62,8 +62,10 @@ const WellKnownType kWellKnownTypes[] = {
   {"public.archive", "", "", {}, {"public.data"}},
   {"public.zip-archive", "application/zip", "zip", {"zip"}, {"public.archive"}},
   {"org.gnu.gnu-zip-archive", "application/gzip", "gz", {"gz"}, {"public.archive"}},
-  {"com.apple.webarchive", "application/x-webarchive", "webarchive", {"webarchive"}, {"public.data", "public.composite-content"}},
-  {"org.idpf.epub-container", "application/epub+zip", "epub", {"epub"}, {"public.zip-archive", "public.composite-content"}},
+  {"com.apple.webarchive", "application/x-webarchive", "webarchive", {"webarchive"},
+   {"public.data", "public.composite-content"}},
+  {"org.idpf.epub-container", "application/epub+zip", "epub", {"epub"},
+   {"public.zip-archive", "public.composite-content"}},
 };
 // clang-format on
 

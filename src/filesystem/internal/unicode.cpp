@@ -57,8 +57,8 @@ char32_t nextCodePoint(std::string_view text, std::size_t& i) {
   return c < 0 ? char32_t{0xFFFD} : static_cast<char32_t>(c);
 }
 
-std::optional<ByteRange> find(std::string_view haystack, std::string_view needle, bool caseInsensitive,
-                              bool backwards, bool anchored) {
+std::optional<ByteRange> find(std::string_view haystack, std::string_view needle, bool caseInsensitive, bool backwards,
+                              bool anchored) {
   if (needle.empty()) return std::nullopt;
   if (!caseInsensitive) {
     if (needle.size() > haystack.size()) return std::nullopt;
@@ -76,7 +76,8 @@ std::optional<ByteRange> find(std::string_view haystack, std::string_view needle
   std::vector<std::size_t> offsets;
   for (std::size_t i = 0; i < haystack.size();) {
     offsets.push_back(i);
-    h.push_back(static_cast<char32_t>(u_foldCase(static_cast<UChar32>(nextCodePoint(haystack, i)), U_FOLD_CASE_DEFAULT)));
+    h.push_back(
+        static_cast<char32_t>(u_foldCase(static_cast<UChar32>(nextCodePoint(haystack, i)), U_FOLD_CASE_DEFAULT)));
   }
   offsets.push_back(haystack.size());
   std::vector<char32_t> n;
@@ -91,7 +92,9 @@ std::optional<ByteRange> find(std::string_view haystack, std::string_view needle
     return true;
   };
   const std::size_t last = h.size() - n.size();
-  auto result = [&](std::size_t start) { return ByteRange{offsets[start], offsets[start + n.size()] - offsets[start]}; };
+  auto result = [&](std::size_t start) {
+    return ByteRange{offsets[start], offsets[start + n.size()] - offsets[start]};
+  };
   if (anchored) {
     const std::size_t start = backwards ? last : 0;
     if (matchesAt(start)) return result(start);

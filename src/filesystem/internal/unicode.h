@@ -24,8 +24,8 @@ struct ByteRange {
 // Finds needle in haystack; both positions are byte offsets into haystack. The search is by code
 // points under simple case folding when caseInsensitive is set, else by bytes; backwards finds the
 // last occurrence; anchored accepts only a match at the start (at the end when backwards).
-std::optional<ByteRange> find(std::string_view haystack, std::string_view needle, bool caseInsensitive,
-                              bool backwards, bool anchored);
+std::optional<ByteRange> find(std::string_view haystack, std::string_view needle, bool caseInsensitive, bool backwards,
+                              bool anchored);
 
 // True for the white-space-and-newline set: Unicode separators (Zs, Zl, Zp), U+0009...U+000D and
 // U+0085.

@@ -92,7 +92,8 @@ std::optional<std::string> userDirectoryFromUserDirsFile(std::string_view conten
     if (line.empty() || line.front() == '#') continue;
     if (line.substr(0, key.size()) != key || line.size() <= key.size() || line[key.size()] != '=') continue;
     std::string_view value = line.substr(key.size() + 1);
-    while (!value.empty() && (value.back() == ' ' || value.back() == '\t' || value.back() == '\r')) value.remove_suffix(1);
+    while (!value.empty() && (value.back() == ' ' || value.back() == '\t' || value.back() == '\r'))
+      value.remove_suffix(1);
     if (value.size() < 2 || value.front() != '"' || value.back() != '"') continue;
     value = value.substr(1, value.size() - 2);
     std::string unescaped;
@@ -126,7 +127,8 @@ std::optional<std::string> freedesktopTrash(const std::string& home, const Envir
 
 std::string trashDirectory(const std::string& home, const EnvironmentLookup& env) {
   if (std::optional<std::string> found = freedesktopTrash(home, env)) return *found;
-  ZTLog("Failed to get trash directory using NSSearchPathForDirectoriesInDomains(). Trying to generate path to trash...");
+  ZTLog(
+      "Failed to get trash directory using NSSearchPathForDirectoriesInDomains(). Trying to generate path to trash...");
   return stringByAppendingPathComponent(home, ".Trash");
 }
 
