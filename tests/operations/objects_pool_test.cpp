@@ -86,7 +86,9 @@ TEST(ObjectsPool, PutAcceptsOnlyTheVeryBusyObject) {
   EXPECT_FALSE(pool->putObject(held));  // free, not busy
   auto taken = pool->getObjectPassingTest([&](const Object& object) { return object == held; });
   ASSERT_EQ(taken, held);
-  EXPECT_FALSE(pool->putObject(connection(1)));  // equal but a different object
+  const auto twin = connection(1);
+  ASSERT_TRUE(*twin == *held);
+  EXPECT_FALSE(pool->putObject(twin));  // equal but a different object
   EXPECT_FALSE(pool->putObject(connection(7)));
   EXPECT_FALSE(pool->putObject(nullptr));
   EXPECT_TRUE(pool->putObject(held));
