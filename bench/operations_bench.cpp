@@ -3,11 +3,11 @@
 //   QueueStartLatency / ThreadPoolStartLatency (median microseconds from adding to start)
 //   ObjectsPoolGetPut / MutexVectorPoolGetPut  (get/put pairs per second)
 
-#include <asio/post.hpp>
-#include <asio/thread_pool.hpp>
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <asio/post.hpp>
+#include <asio/thread_pool.hpp>
 #include <atomic>
 #include <chrono>
 #include <mutex>
@@ -122,7 +122,8 @@ void ThreadPoolStartLatency(benchmark::State& state) {
   for (auto _ : state) {
     std::atomic<Clock::rep> startedAt{0};
     const auto added = Clock::now();
-    asio::post(pool, [&startedAt] { startedAt.store(Clock::now().time_since_epoch().count(), std::memory_order_release); });
+    asio::post(pool,
+               [&startedAt] { startedAt.store(Clock::now().time_since_epoch().count(), std::memory_order_release); });
     while (startedAt.load(std::memory_order_acquire) == 0) std::this_thread::yield();
     const std::chrono::duration<double> elapsed = Clock::time_point(Clock::duration(startedAt.load())) - added;
     state.SetIterationTime(elapsed.count());

@@ -45,10 +45,9 @@ void ZTBlockOperation::handleCompletionWithError(const std::optional<ZTError>& e
 std::shared_ptr<ZTConcurrentBlockOperation> ZTConcurrentBlockOperation::create(
     ExecutionBlock executionBlock, AsyncExecutionBlock asyncExecutionBlock, std::shared_ptr<ZTThread> workerThread,
     Handler startHandler, Handler cancellationHandler, SuccessHandler successHandler, FailureHandler failureHandler) {
-  return make<ZTConcurrentBlockOperation>(std::move(executionBlock), std::move(asyncExecutionBlock),
-                                          std::move(workerThread), std::move(startHandler),
-                                          std::move(cancellationHandler), std::move(successHandler),
-                                          std::move(failureHandler));
+  return make<ZTConcurrentBlockOperation>(
+      std::move(executionBlock), std::move(asyncExecutionBlock), std::move(workerThread), std::move(startHandler),
+      std::move(cancellationHandler), std::move(successHandler), std::move(failureHandler));
 }
 
 std::shared_ptr<ZTConcurrentBlockOperation> ZTConcurrentBlockOperation::createWithExecutionBlock(

@@ -108,8 +108,10 @@ void ZTCompoundConcurrentOperation::handleConcurrentOperationQueueDidBecameEmpty
       std::static_pointer_cast<ZTCompoundConcurrentOperation>(shared_from_this());
   ZTDispatchQueue::global()->async([weakSelf] {
     std::vector<std::shared_ptr<ZTOperation>> members;
-    if (auto self = weakSelf.lock()) members = self->operations();
-    else return;
+    if (auto self = weakSelf.lock())
+      members = self->operations();
+    else
+      return;
     for (const auto& member : members) member->waitUntilFinishedAndCompletionHandlerCalled();
     auto self = weakSelf.lock();
     if (!self) return;

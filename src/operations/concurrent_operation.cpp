@@ -43,9 +43,7 @@ bool ZTConcurrentOperation::completeInitialization() {
   return true;
 }
 
-bool ZTConcurrentOperation::isOnWorkerThread() const {
-  return !workerThread_ || workerThread_->runLoop()->isCurrent();
-}
+bool ZTConcurrentOperation::isOnWorkerThread() const { return !workerThread_ || workerThread_->runLoop()->isCurrent(); }
 
 void ZTConcurrentOperation::performOnWorkerThread(std::function<void(ZTConcurrentOperation&)> call) {
   verifyWorkerThreadIsInValidState();
@@ -89,9 +87,8 @@ void ZTConcurrentOperation::main() {
 bool ZTConcurrentOperation::checkIfCancelledAndCompleteOperation() {
   if (!isCancelled()) return false;
   if (!isOnWorkerThread()) {
-    performOnWorkerThread([](ZTConcurrentOperation& operation) {
-      operation.callCancellationHandlerAndComlpeteOperation();
-    });
+    performOnWorkerThread(
+        [](ZTConcurrentOperation& operation) { operation.callCancellationHandlerAndComlpeteOperation(); });
     return true;
   }
   callCancellationHandlerAndComlpeteOperation();
@@ -105,8 +102,7 @@ void ZTConcurrentOperation::callCancellationHandlerAndComlpeteOperation() {
 }
 
 void ZTConcurrentOperation::finishWithFinalizationHandler(FinalizationHandler finalizationHandler,
-                                                          SuccessHandler successHandler,
-                                                          std::optional<ZTError> error) {
+                                                          SuccessHandler successHandler, std::optional<ZTError> error) {
   if (isFinished()) return;
   if (!isOnWorkerThread()) {
     performOnWorkerThread([finalizationHandler = std::move(finalizationHandler),

@@ -21,7 +21,7 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
   std::shared_ptr<ZTThread> thread;
   std::mutex mutex;
   std::vector<std::shared_ptr<ZTOperation>> operations;  // guarded by mutex
-  bool posted = false;                                    // guarded by mutex
+  bool posted = false;                                   // guarded by mutex
 
   void schedule(std::vector<std::shared_ptr<ZTOperation>>& batch) {
     bool post = false;
@@ -214,8 +214,10 @@ void ZTOperationQueue::startNextOperationIfPossible() {
 void ZTOperationQueue::operationChanged(const std::shared_ptr<void>& queue, ZTOperation& operation,
                                         std::string_view key) {
   auto* self = static_cast<ZTOperationQueue*>(queue.get());
-  if (key == ZTOperationIsReadyKey) self->handleOperationIsReadyPropertyChange(operation);
-  else if (key == ZTOperationIsFinishedKey) self->handleOperationIsFinishedPropertyChange(operation);
+  if (key == ZTOperationIsReadyKey)
+    self->handleOperationIsReadyPropertyChange(operation);
+  else if (key == ZTOperationIsFinishedKey)
+    self->handleOperationIsFinishedPropertyChange(operation);
 }
 
 void ZTOperationQueue::startObservingOperationProperties(const OperationPointer& operation) {
@@ -290,7 +292,8 @@ void ZTOperationQueue::handleOperationIsFinishedPropertyChange(ZTOperation& oper
     startNextOperationIfPossible();
     if (operationsCountLocked() == 0) self = shared_from_this();
   }
-  if (self) ZTNotificationCenter::defaultCenter()->postNotificationName(ZTOperationQueueDidBecameEmptyNotification, self);
+  if (self)
+    ZTNotificationCenter::defaultCenter()->postNotificationName(ZTOperationQueueDidBecameEmptyNotification, self);
 }
 
 void ZTOperationQueue::cancelAllOperationsInCollections(bool includeExecuting, bool stopObservingExecutingOperations) {
@@ -430,6 +433,6 @@ std::string ZTOperationQueue::description() const {
   char head[64];
   std::snprintf(head, sizeof head, "%p", static_cast<const void*>(this));
   return "<" + ZTDebugClassNameForObject(this) + ": " + head + "; name = " + name() +
-         "; maxConcurrentOperationCount = " + std::to_string(maxConcurrentOperationCount()) +
-         "; operations = " + list + ">";
+         "; maxConcurrentOperationCount = " + std::to_string(maxConcurrentOperationCount()) + "; operations = " + list +
+         ">";
 }

@@ -133,11 +133,16 @@ void ZTOperation::updateReadiness() {
 
 void ZTOperation::setQueuePriority(std::int64_t priority) {
   std::int64_t normalized;
-  if (priority <= -6) normalized = ZTOperationQueuePriorityVeryLow;
-  else if (priority <= -2) normalized = ZTOperationQueuePriorityLow;
-  else if (priority < 2) normalized = ZTOperationQueuePriorityNormal;
-  else if (priority < 6) normalized = ZTOperationQueuePriorityHigh;
-  else normalized = ZTOperationQueuePriorityVeryHigh;
+  if (priority <= -6)
+    normalized = ZTOperationQueuePriorityVeryLow;
+  else if (priority <= -2)
+    normalized = ZTOperationQueuePriorityLow;
+  else if (priority < 2)
+    normalized = ZTOperationQueuePriorityNormal;
+  else if (priority < 6)
+    normalized = ZTOperationQueuePriorityHigh;
+  else
+    normalized = ZTOperationQueuePriorityVeryHigh;
   queuePriority_.store(normalized, std::memory_order_relaxed);
 }
 
@@ -164,7 +169,8 @@ void ZTOperation::waitUntilFinished() {
 bool ZTOperation::waitUntilFinished(Seconds timeout) {
   std::unique_lock lock(stateMutex_);
   waiters_.fetch_add(1);
-  const bool finished = stateCondition_.wait_for(lock, timeout, [&] { return finishAnnounced_.load() || isFinished(); });
+  const bool finished =
+      stateCondition_.wait_for(lock, timeout, [&] { return finishAnnounced_.load() || isFinished(); });
   waiters_.fetch_sub(1);
   return finished;
 }
@@ -260,8 +266,10 @@ void ZTOperation::notifyObservers(std::string_view key, ZTKeyValueChange change)
   {
     std::lock_guard lock(observersMutex_);
     count = observers_.size();
-    if (count <= inlineCount) std::copy(observers_.begin(), observers_.end(), inlineSnapshot.begin());
-    else snapshot = observers_;
+    if (count <= inlineCount)
+      std::copy(observers_.begin(), observers_.end(), inlineSnapshot.begin());
+    else
+      snapshot = observers_;
   }
   std::shared_ptr<Observation>* observations = count <= inlineCount ? inlineSnapshot.data() : snapshot.data();
   for (std::size_t i = 0; i < count; ++i) {

@@ -49,8 +49,8 @@ TEST(CompoundOperation, StartsMembersByPriorityFiveAtATimeAndCompletesAfterTheLa
   std::vector<std::shared_ptr<ZTOperation>> members;
   const std::vector<std::int64_t> priorities = {0, -4, 8, 4, -8, 0, 4, 8};
   for (std::size_t i = 0; i < priorities.size(); ++i)
-    members.push_back(member("p" + std::to_string(priorities[i]) + "#" + std::to_string(i), recorder, false,
-                             priorities[i]));
+    members.push_back(
+        member("p" + std::to_string(priorities[i]) + "#" + std::to_string(i), recorder, false, priorities[i]));
   std::atomic<int> completions{0};
   std::atomic<bool> allMembersFinishedAtCompletion{false};
   auto compound = ZTCompoundConcurrentOperation::create(
@@ -70,8 +70,10 @@ TEST(CompoundOperation, StartsMembersByPriorityFiveAtATimeAndCompletesAfterTheLa
   EXPECT_EQ(events[0], "compound start");
   // The five highest priorities: 8, 8, 4, 4 and one of the two 0s.
   std::vector<std::string> started(events.begin() + 1, events.end());
-  EXPECT_EQ(std::count_if(started.begin(), started.end(), [](const std::string& e) { return e.find("p8") != e.npos; }), 2);
-  EXPECT_EQ(std::count_if(started.begin(), started.end(), [](const std::string& e) { return e.find("p4") != e.npos; }), 2);
+  EXPECT_EQ(std::count_if(started.begin(), started.end(), [](const std::string& e) { return e.find("p8") != e.npos; }),
+            2);
+  EXPECT_EQ(std::count_if(started.begin(), started.end(), [](const std::string& e) { return e.find("p4") != e.npos; }),
+            2);
   EXPECT_TRUE(started[0].find("p8") != std::string::npos && started[1].find("p8") != std::string::npos);
 
   // Finish members one by one; the compound operation completes only after the last.
@@ -109,11 +111,11 @@ TEST(CompoundOperation, WaitingOptionCompletesOnlyAfterMembersCompletionBlocks) 
       });
       members.push_back(m);
     }
-    auto compound = ZTCompoundConcurrentOperation::create(members, options, worker, nullptr, nullptr,
-                                                          [&](ZTCompoundConcurrentOperation& operation) {
-                                                            recorder.add("compound completion");
-                                                            EXPECT_TRUE(operation.waitUntilFinishedAndCompletionHandlersAreCalled() == (options == 1));
-                                                          });
+    auto compound = ZTCompoundConcurrentOperation::create(
+        members, options, worker, nullptr, nullptr, [&](ZTCompoundConcurrentOperation& operation) {
+          recorder.add("compound completion");
+          EXPECT_TRUE(operation.waitUntilFinishedAndCompletionHandlersAreCalled() == (options == 1));
+        });
     compound->start();
     ASSERT_TRUE(compound->waitUntilFinishedAndCompletionHandlerCalled(10s));
     for (const auto& m : members) ASSERT_TRUE(m->waitUntilFinishedAndCompletionHandlerCalled(10s));
@@ -178,7 +180,8 @@ TEST(CompoundOperation, SpawnsAQueueThreadWhenItHasNoneAndEndsItOnCompletion) {
   ASSERT_TRUE(compound->waitUntilFinishedAndCompletionHandlerCalled(10s));
   auto thread = compound->operationQueue()->workerThread();
   char expected[96];
-  std::snprintf(expected, sizeof expected, "Compound Operation (%p) Worker Thread", static_cast<const void*>(compound.get()));
+  std::snprintf(expected, sizeof expected, "Compound Operation (%p) Worker Thread",
+                static_cast<const void*>(compound.get()));
   EXPECT_EQ(thread->name(), expected);
   EXPECT_TRUE(thread->isCancelled());
 }
@@ -186,10 +189,8 @@ TEST(CompoundOperation, SpawnsAQueueThreadWhenItHasNoneAndEndsItOnCompletion) {
 TEST(MutableCompoundOperation, AcceptsMembersOnlyBeforeItRuns) {
   WorkerThread worker;
   Recorder recorder;
-  auto compound = ZTMutableCompoundConcurrentOperation::create({}, 0, worker, nullptr, nullptr,
-                                                               [&](ZTCompoundConcurrentOperation&) {
-                                                                 recorder.add("completion");
-                                                               });
+  auto compound = ZTMutableCompoundConcurrentOperation::create(
+      {}, 0, worker, nullptr, nullptr, [&](ZTCompoundConcurrentOperation&) { recorder.add("completion"); });
   auto first = member("first", recorder, false);
   compound->addOperation(first);
   compound->addOperations({member("second", recorder, true), nullptr});
@@ -228,9 +229,8 @@ TEST(BlockOperation, OutcomeFollowsTheBlocksResultAndError) {
   cancelled->cancel();
   cancelled->start();
   cancelled->start();
-  EXPECT_EQ(recorder.events(),
-            (std::vector<std::string>{"start", "success", "start", "failure NSPOSIXErrorDomain 14", "start",
-                                      "failure stored 2", "cancellation"}));
+  EXPECT_EQ(recorder.events(), (std::vector<std::string>{"start", "success", "start", "failure NSPOSIXErrorDomain 14",
+                                                         "start", "failure stored 2", "cancellation"}));
   EXPECT_EQ(ZTBlockOperation::create(nullptr, nullptr, nullptr, nullptr, [](ZTBlockOperation&, const ZTError&) {}),
             nullptr);
   EXPECT_EQ(ZTBlockOperation::create([](ZTBlockOperation&, std::optional<ZTError>&) { return true; }, nullptr, nullptr,
@@ -258,7 +258,9 @@ TEST(BlockOperation, RunsOnTheQueueThread) {
 TEST(ConcurrentBlockOperation, SynchronousBlockFinishesOnTheWorkerThread) {
   WorkerThread worker;
   Recorder recorder;
-  auto failureHandler = [&](ZTConcurrentOperation&, const ZTError& error) { recorder.add("failure " + error.domain()); };
+  auto failureHandler = [&](ZTConcurrentOperation&, const ZTError& error) {
+    recorder.add("failure " + error.domain());
+  };
   auto succeeding = ZTConcurrentBlockOperation::createWithExecutionBlock(
       [&](ZTConcurrentBlockOperation&, std::optional<ZTError>&) { recorder.add("block"); }, worker,
       [&](ZTConcurrentOperation&) { recorder.add("start"); }, nullptr,
@@ -295,9 +297,8 @@ TEST(ConcurrentBlockOperation, AsynchronousBlockKeepsItExecutingUntilItFinishes)
 
 TEST(AlwaysFailingOperation, ReportsItsErrorAndNothingElse) {
   std::optional<ZTError> reported;
-  auto operation = ZTAlwaysFailingOperation::create(ZTError("known", 42), [&](ZTAlwaysFailingOperation&, const ZTError& e) {
-    reported = e;
-  });
+  auto operation = ZTAlwaysFailingOperation::create(ZTError("known", 42),
+                                                    [&](ZTAlwaysFailingOperation&, const ZTError& e) { reported = e; });
   operation->start();
   ASSERT_TRUE(reported.has_value());
   EXPECT_EQ(reported->code(), 42);

@@ -64,10 +64,9 @@ TEST(ConcurrentOperation, CancelledBeforeStartRunsOnlyTheCancellationHandlerOnce
   Recorder recorder;
   auto operation = recordingOperation(worker, recorder);
   bool executingEverSet = false;
-  operation->addObserver({std::string(ZTOperationIsExecutingKey)},
-                         [&](ZTOperation& changed, std::string_view, ZTKeyValueChange) {
-                           executingEverSet |= changed.isExecuting();
-                         });
+  operation->addObserver(
+      {std::string(ZTOperationIsExecutingKey)},
+      [&](ZTOperation& changed, std::string_view, ZTKeyValueChange) { executingEverSet |= changed.isExecuting(); });
   operation->cancel();
   operation->finishWithError(std::nullopt);  // a never-started cancelled operation is left to start()
   operation->start();

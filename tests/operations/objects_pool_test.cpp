@@ -51,9 +51,7 @@ TEST(ObjectsPool, WaitingRequestIsServedInsidePutObject) {
   EXPECT_FALSE(pool->cancelGetRequestWithToken(nullptr));
 
   EXPECT_TRUE(pool->putObject(first));
-  auto immediate = pool->getObjectWithCompletionHandler([&](const Object& object) {
-    servedAtOnce = object == first;
-  });
+  auto immediate = pool->getObjectWithCompletionHandler([&](const Object& object) { servedAtOnce = object == first; });
   EXPECT_EQ(immediate, nullptr);
   EXPECT_TRUE(servedAtOnce);
 }

@@ -1,5 +1,3 @@
-#include "zentrel/platform/operation.h"
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,6 +7,7 @@
 #include <vector>
 
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/operation.h"
 
 namespace {
 using namespace std::chrono_literals;
@@ -49,7 +48,7 @@ TEST(Operation, SynchronousStartRunsMainOnceAndReportsStateChangesInOrder) {
   EXPECT_FALSE(operation->isExecuting());
   EXPECT_TRUE(executingSeenDuringMain);
   EXPECT_EQ(log.entries, (std::vector<std::string>{"will isExecuting", "did isExecuting", "will isExecuting",
-                                                    "did isExecuting", "will isFinished", "did isFinished"}));
+                                                   "did isExecuting", "will isFinished", "did isFinished"}));
 }
 
 TEST(Operation, CancelledOperationFinishesWithoutRunningMain) {
@@ -122,8 +121,8 @@ TEST(Operation, DependentsDestroyedFirstStopListening) {
 
 TEST(Operation, PriorityIsRoundedToTheNearestStandardValue) {
   auto operation = std::make_shared<CountingOperation>();
-  const std::vector<std::pair<std::int64_t, std::int64_t>> cases = {
-      {-100, -8}, {-7, -8}, {-5, -4}, {-3, -4}, {-1, 0}, {1, 0}, {3, 4}, {5, 4}, {7, 8}, {100, 8}};
+  const std::vector<std::pair<std::int64_t, std::int64_t>> cases = {{-100, -8}, {-7, -8}, {-5, -4}, {-3, -4}, {-1, 0},
+                                                                    {1, 0},     {3, 4},   {5, 4},   {7, 8},   {100, 8}};
   for (const auto& [given, stored] : cases) {
     operation->setQueuePriority(given);
     EXPECT_EQ(operation->queuePriority(), stored) << given;

@@ -54,12 +54,9 @@ class ZTConcurrentBlockOperation : public ZTConcurrentOperation {
   using SuccessHandler = std::function<void(ZTConcurrentBlockOperation& operation)>;
 
   // nullptr when the worker thread is unusable (see ZTConcurrentOperation).
-  static std::shared_ptr<ZTConcurrentBlockOperation> create(ExecutionBlock executionBlock,
-                                                            AsyncExecutionBlock asyncExecutionBlock,
-                                                            std::shared_ptr<ZTThread> workerThread,
-                                                            Handler startHandler, Handler cancellationHandler,
-                                                            SuccessHandler successHandler,
-                                                            FailureHandler failureHandler);
+  static std::shared_ptr<ZTConcurrentBlockOperation> create(
+      ExecutionBlock executionBlock, AsyncExecutionBlock asyncExecutionBlock, std::shared_ptr<ZTThread> workerThread,
+      Handler startHandler, Handler cancellationHandler, SuccessHandler successHandler, FailureHandler failureHandler);
   // Synchronous block; nullptr also when it is empty.
   static std::shared_ptr<ZTConcurrentBlockOperation> createWithExecutionBlock(
       ExecutionBlock executionBlock, std::shared_ptr<ZTThread> workerThread, Handler startHandler,
@@ -71,9 +68,8 @@ class ZTConcurrentBlockOperation : public ZTConcurrentOperation {
 
   // Use the create functions; public only for std::make_shared.
   ZTConcurrentBlockOperation(ExecutionBlock executionBlock, AsyncExecutionBlock asyncExecutionBlock,
-                             std::shared_ptr<ZTThread> workerThread, Handler startHandler,
-                             Handler cancellationHandler, SuccessHandler successHandler,
-                             FailureHandler failureHandler);
+                             std::shared_ptr<ZTThread> workerThread, Handler startHandler, Handler cancellationHandler,
+                             SuccessHandler successHandler, FailureHandler failureHandler);
 
   void main() override;
 

@@ -19,6 +19,7 @@
 // under it. getObjectWaitUntilBecomeAvailable() blocks until an object is freed or added — never call
 // it on the only thread that could return one.
 
+#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <cstdio>
@@ -27,9 +28,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <thread>
-#include <atomic>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -341,8 +341,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
       for (std::size_t i = 0; i < slots.size(); ++i) text += (i ? ", " : "") + addressOf(slots[i]->object.get());
       return text + ")";
     };
-    return "<" + ZTDebugClassNameForObject(this) + " " + addressOf(this) + ": max count = " +
-           std::to_string(maxCount_) + ", count = " + std::to_string(free_.size() + busy_.size()) +
+    return "<" + ZTDebugClassNameForObject(this) + " " + addressOf(this) +
+           ": max count = " + std::to_string(maxCount_) + ", count = " + std::to_string(free_.size() + busy_.size()) +
            ", busy objects = " + list(busy_) + ", free objects = " + list(free_) + ">";
   }
 
@@ -491,10 +491,10 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   mutable zt::detail::PoolLock mutex_;
-  std::uint64_t maxCount_;                              // guarded by mutex_
-  std::vector<Slot*> free_;                             // guarded by mutex_
-  std::vector<Slot*> busy_;                             // guarded by mutex_
-  SlotTable slots_;                                     // guarded by mutex_
-  std::map<std::uint64_t, Request> waiting_;            // guarded by mutex_; arrival order
-  std::uint64_t nextSerial_ = 0;                        // guarded by mutex_
+  std::uint64_t maxCount_;                    // guarded by mutex_
+  std::vector<Slot*> free_;                   // guarded by mutex_
+  std::vector<Slot*> busy_;                   // guarded by mutex_
+  SlotTable slots_;                           // guarded by mutex_
+  std::map<std::uint64_t, Request> waiting_;  // guarded by mutex_; arrival order
+  std::uint64_t nextSerial_ = 0;              // guarded by mutex_
 };

@@ -14,7 +14,8 @@
 // finished that operation — once per transition to empty.
 //
 // An operation is in at most one queue at a time: adding one that waits or runs in another queue
-// throws ZTInternalInconsistencyException (the other operations of the call are added first). Once it has finished (or the queue let it go), it is free.
+// throws ZTInternalInconsistencyException (the other operations of the call are added first).
+// Once it has finished (or the queue let it go), it is free to join another queue.
 //
 // dispose() cancels everything and waits up to 60 seconds for executing operations to finish; an
 // executing ZTConcurrentOperation whose worker thread is the calling thread is not waited for (it
