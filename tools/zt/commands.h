@@ -16,6 +16,10 @@ int runGeometryTour();
 void addTextCommand(CLI::App& app);
 int runTextTourWithDefaults();
 
+// `zt files`: paths, unique names, name validation, standard folders and file types.
+void addFilesCommand(CLI::App& app);
+int runFilesTourWithDefaults();
+
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

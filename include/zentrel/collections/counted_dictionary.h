@@ -21,7 +21,7 @@
 #include <utility>
 
 #include "zentrel/collections/detail/object_traits.h"
-#include "zentrel/collections/not_found.h"
+#include "zentrel/platform/not_found.h"
 #include "zentrel/platform/debug_name.h"
 
 template <class Value>

@@ -31,7 +31,7 @@
 
 #include "zentrel/collections/comparison.h"
 #include "zentrel/collections/detail/object_traits.h"
-#include "zentrel/collections/not_found.h"
+#include "zentrel/platform/not_found.h"
 #include "zentrel/platform/exceptions.h"
 
 template <class T, class Key = T, class Hash = std::hash<Key>, class KeyEqual = std::equal_to<Key>>

@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "zentrel/collections/detail/object_traits.h"
-#include "zentrel/collections/not_found.h"
+#include "zentrel/platform/not_found.h"
 #include "zentrel/platform/exceptions.h"
 
 template <class T>
