@@ -93,6 +93,19 @@ TEST(ObjectsPool, PutAcceptsOnlyTheVeryBusyObject) {
   EXPECT_FALSE(pool->putObject(held));
 }
 
+TEST(ObjectsPool, AnObjectRemovedWhileOutIsRefusedOnReturn) {
+  auto pool = Pool::poolWithObjects({connection(1), connection(2)});
+  auto first = pool->getObject();
+  auto last = pool->getObject();
+  EXPECT_TRUE(pool->removeObject(last));
+  EXPECT_FALSE(pool->putObject(last));
+  EXPECT_TRUE(pool->putObject(first));
+  auto again = pool->getObject();
+  pool->removeAllObjects();
+  EXPECT_FALSE(pool->putObject(again));
+  EXPECT_EQ(pool->count(), 0u);
+}
+
 TEST(ObjectsPool, AddingChecksCapacityAndAddsAllOrNothing) {
   auto pool = Pool::poolWithMaxCount(3);
   EXPECT_FALSE(pool->addObjectsFromArrayToFreeObjects({}));

@@ -41,7 +41,7 @@ namespace zt::detail {
 class PoolLock {
  public:
   void lock() {
-    const auto self = std::this_thread::get_id();
+    const void* self = threadMarker();
     if (owner_.load(std::memory_order_relaxed) == self) {
       ++depth_;
       return;
@@ -52,13 +52,18 @@ class PoolLock {
   }
   void unlock() {
     if (--depth_ != 0) return;
-    owner_.store(std::thread::id(), std::memory_order_relaxed);
+    owner_.store(nullptr, std::memory_order_relaxed);
     mutex_.unlock();
   }
 
  private:
+  // A per-thread address: cheaper to get than the thread id, and as unique while the thread lives.
+  static const void* threadMarker() {
+    static thread_local char marker;
+    return &marker;
+  }
   std::mutex mutex_;
-  std::atomic<std::thread::id> owner_{};
+  std::atomic<const void*> owner_{nullptr};
   std::size_t depth_ = 0;  // guarded by mutex_
 };
 }  // namespace zt::detail
@@ -106,7 +111,15 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   // ---- Taking objects ----
 
-  Object getObject() { return getObjectPassingTest(nullptr); }
+  Object getObject() {
+    std::lock_guard lock(mutex_);
+    if (free_.empty()) return nullptr;
+    Slot* slot = free_.back();
+    unlink(slot);
+    link(slot, true);
+    lastTaken_ = slot;
+    return slot->object;
+  }
 
   // The first free object the test accepts (any free object without a test), now busy; nullptr
   // when there is none.
@@ -188,7 +201,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   Object peekAnyObject() const {
     std::lock_guard lock(mutex_);
     if (!free_.empty()) return free_.back()->object;
-    if (!busy_.empty()) return busy_.back()->object;
+    const auto busy = busySlots();
+    if (!busy.empty()) return busy.front()->object;
     return nullptr;
   }
 
@@ -199,12 +213,14 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   bool putObject(const Object& object) {
     if (!object) return false;
     std::lock_guard lock(mutex_);
-    Slot* slot = slots_.find(object.get());
+    // Objects usually come back in the order they went out: try the last one taken before the table.
+    Slot* slot = lastTaken_ && lastTaken_->object == object ? lastTaken_ : slots_.find(object.get());
     if (!slot || !slot->busy) return false;
     unlink(slot);
     link(slot, false);
     // Handed to waiting requests before returning, with the lock still held.
-    for (const auto& [handler, given] : takeServedRequests()) handler(given);
+    if (!waiting_.empty())
+      for (const auto& [handler, given] : takeServedRequests()) handler(given);
     return true;
   }
 
@@ -250,12 +266,12 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
   std::uint64_t countOfObjectsWhichCanBeAdded() const {
     std::lock_guard lock(mutex_);
-    const std::uint64_t held = free_.size() + busy_.size();
+    const std::uint64_t held = free_.size() + busyCount_;
     return held >= maxCount_ ? 0 : maxCount_ - held;
   }
   std::uint64_t count() const {
     std::lock_guard lock(mutex_);
-    return free_.size() + busy_.size();
+    return free_.size() + busyCount_;
   }
   std::uint64_t maxCount() const {
     std::lock_guard lock(mutex_);
@@ -267,9 +283,11 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     std::lock_guard lock(mutex_);
     if (maxCount == maxCount_) return;
     maxCount_ = maxCount;
-    std::uint64_t excess = free_.size() + busy_.size() > maxCount ? free_.size() + busy_.size() - maxCount : 0;
+    const std::uint64_t held = free_.size() + busyCount_;
+    std::uint64_t excess = held > maxCount ? held - maxCount : 0;
     for (; excess > 0 && !free_.empty(); --excess) erase(free_.back());
-    for (; excess > 0 && !busy_.empty(); --excess) erase(busy_.back());
+    const auto busy = busySlots();
+    for (std::size_t i = 0; excess > 0 && i < busy.size(); --excess, ++i) erase(busy[i]);
   }
 
   // ---- Removal and inspection ----
@@ -288,7 +306,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   void removeObjectsPassingTest(const BusyTest& test) {
     if (!test) return;
     std::lock_guard lock(mutex_);
-    for (const auto& object : objectsOf(busy_))
+    for (const auto& object : objectsOf(busySlots()))
       if (test(object, true)) removeObject(object);
     for (const auto& object : objectsOf(free_))
       if (test(object, false)) removeObject(object);
@@ -298,7 +316,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   void removeAllObjects() {
     std::lock_guard lock(mutex_);
     free_.clear();
-    busy_.clear();
+    busyCount_ = 0;
+    lastTaken_ = nullptr;
     slots_.clear();
   }
 
@@ -308,13 +327,13 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
   std::vector<Object> allBusyObjects() const {
     std::lock_guard lock(mutex_);
-    return objectsOf(busy_);
+    return objectsOf(busySlots());
   }
   // Free objects, then busy ones.
   std::vector<Object> allObjects() const {
     std::lock_guard lock(mutex_);
     std::vector<Object> all = objectsOf(free_);
-    for (const Slot* slot : busy_) all.push_back(slot->object);
+    for (const Slot* slot : busySlots()) all.push_back(slot->object);
     return all;
   }
   std::size_t waitingRequestsCount() const {
@@ -330,7 +349,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   void enumerateAllBusyObjects(const std::function<void(const Object&)>& block) const {
     if (!block) return;
     std::lock_guard lock(mutex_);
-    for (const auto& object : objectsOf(busy_)) block(object);
+    for (const auto& object : objectsOf(busySlots())) block(object);
   }
 
   // "<ZTObjectsPool<T> 0x...: max count = 2, count = 2, busy objects = (...), free objects = (...)>"
@@ -342,16 +361,16 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
       return text + ")";
     };
     return "<" + ZTDebugClassNameForObject(this) + " " + addressOf(this) +
-           ": max count = " + std::to_string(maxCount_) + ", count = " + std::to_string(free_.size() + busy_.size()) +
-           ", busy objects = " + list(busy_) + ", free objects = " + list(free_) + ">";
+           ": max count = " + std::to_string(maxCount_) + ", count = " + std::to_string(free_.size() + busyCount_) +
+           ", busy objects = " + list(busySlots()) + ", free objects = " + list(free_) + ">";
   }
 
  private:
-  // One per object held, allocated on its own, so the free and busy lists can point at it.
+  // One per object held, allocated on its own, so the free list can point at it.
   struct Slot {
     Object object;
     bool busy = false;
-    std::size_t index = 0;  // position in free_ or busy_
+    std::size_t index = 0;  // position in free_ while free
   };
 
   // Object address -> slot: open addressing with linear probing over a power-of-two table, which
@@ -390,6 +409,11 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
         entries_[j] = Entry{};
         i = j;
       }
+    }
+    template <class F>
+    void forEach(F&& f) const {
+      for (const auto& entry : entries_)
+        if (entry.key) f(entry.slot.get());
     }
     void clear() {
       entries_.clear();
@@ -450,7 +474,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   bool canAddCount(std::uint64_t n) const {
-    return n != 0 && free_.size() + busy_.size() + n <= maxCount_ && free_.size() + busy_.size() + n >= n;
+    const std::uint64_t held = free_.size() + busyCount_;
+    return n != 0 && held + n <= maxCount_ && held + n >= n;
   }
   bool canAddObjects(const std::vector<Object>& objects) const {
     if (!canAddCount(objects.size())) return false;
@@ -465,21 +490,37 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   void insertFree(const Object& object) { link(slots_.insert(object), false); }
   void insertBusy(const Object& object) { link(slots_.insert(object), true); }
 
+  // Busy objects are only marked; the free ones are kept in a list, from which getObject() takes.
   void link(Slot* slot, bool busy) {
-    auto& list = busy ? busy_ : free_;
     slot->busy = busy;
-    slot->index = list.size();
-    list.push_back(slot);
+    if (busy) {
+      ++busyCount_;
+      return;
+    }
+    slot->index = free_.size();
+    free_.push_back(slot);
   }
   void unlink(Slot* slot) {
-    auto& list = slot->busy ? busy_ : free_;
-    if (slot->index + 1 != list.size()) {
-      list[slot->index] = list.back();
-      list[slot->index]->index = slot->index;
+    if (slot->busy) {
+      --busyCount_;
+      return;
     }
-    list.pop_back();
+    if (slot->index + 1 != free_.size()) {
+      free_[slot->index] = free_.back();
+      free_[slot->index]->index = slot->index;
+    }
+    free_.pop_back();
+  }
+  std::vector<Slot*> busySlots() const {
+    std::vector<Slot*> busy;
+    busy.reserve(busyCount_);
+    slots_.forEach([&](Slot* slot) {
+      if (slot->busy) busy.push_back(slot);
+    });
+    return busy;
   }
   void erase(Slot* slot) {
+    if (slot == lastTaken_) lastTaken_ = nullptr;
     unlink(slot);
     slots_.erase(slot->object.get());  // destroys the slot
   }
@@ -493,7 +534,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   mutable zt::detail::PoolLock mutex_;
   std::uint64_t maxCount_;                    // guarded by mutex_
   std::vector<Slot*> free_;                   // guarded by mutex_
-  std::vector<Slot*> busy_;                   // guarded by mutex_
+  std::size_t busyCount_ = 0;                 // guarded by mutex_
+  Slot* lastTaken_ = nullptr;                 // guarded by mutex_; a hint for putObject(), null when removed
   SlotTable slots_;                           // guarded by mutex_
   std::map<std::uint64_t, Request> waiting_;  // guarded by mutex_; arrival order
   std::uint64_t nextSerial_ = 0;              // guarded by mutex_
