@@ -16,6 +16,10 @@ int runGeometryTour();
 void addTextCommand(CLI::App& app);
 int runTextTourWithDefaults();
 
+// `zt collections`: a least-recently-used cache and an array with a key index.
+void addCollectionsCommand(CLI::App& app);
+int runCollectionsTour();
+
 // `zt files`: paths, unique names, name validation, standard folders and file types.
 void addFilesCommand(CLI::App& app);
 int runFilesTourWithDefaults();
