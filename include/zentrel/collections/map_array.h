@@ -29,6 +29,7 @@
 #include <utility>
 #include <vector>
 
+#include "zentrel/collections/array_additions.h"
 #include "zentrel/collections/comparison.h"
 #include "zentrel/collections/detail/object_traits.h"
 #include "zentrel/platform/not_found.h"
@@ -239,32 +240,9 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
     requires ZTComparatorFor<Comparator, T>
   std::size_t insertObject(T object, Comparator comparator) {
     if (this->containsObject(object)) return ZTNotFound;
-    if (this->objectsArray_.empty()) {
-      addObject(std::move(object));
-      return 0;
-    }
-    std::size_t low = 0;
-    std::size_t n = this->objectsArray_.size();
-    while (true) {
-      const std::size_t half = n / 2;
-      const std::size_t mid = low + half;
-      switch (zt::detail::compareElement(comparator, this->objectsArray_[mid], object)) {
-        case zt::detail::Order::Ascending:
-          low = mid + 1;
-          n = n - half - 1;
-          break;
-        case zt::detail::Order::Descending:
-          n = half;
-          break;
-        case zt::detail::Order::Same:
-          insertObject(std::move(object), mid);
-          return mid;
-      }
-      if (n == 0) {
-        insertObject(std::move(object), low);
-        return low;
-      }
-    }
+    const std::size_t index = zt::detail::probeSorted(this->objectsArray_, object, comparator).second;
+    insertObject(std::move(object), index);
+    return index;
   }
 
   // Removals. An absent key, an absent object or an index past the end does nothing.
