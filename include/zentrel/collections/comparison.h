@@ -5,7 +5,7 @@
 // the searched or inserted object second — and answers how the element orders against the object:
 // negative (ascending: the element sorts before the object), zero (same) or positive (descending:
 // the element sorts after the object). It may return any integer, any enumeration whose values are
-// −1, 0 and +1 (such as the operation queue's ZTComparisonResult), or a C++20 ordering
+// −1, 0 and +1 (such as ZTComparisonResult), or a C++20 ordering
 // (std::strong_ordering, std::weak_ordering, std::partial_ordering; unordered counts as same).
 //
 // What a comparator may be:

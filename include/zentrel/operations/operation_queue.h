@@ -33,12 +33,12 @@
 #include <unordered_map>
 #include <vector>
 
+#include "zentrel/platform/comparison_result.h"
 #include "zentrel/platform/operation.h"
 #include "zentrel/platform/thread.h"
 
 inline constexpr const char* ZTOperationQueueDidBecameEmptyNotification = "ZTOperationQueueDidBecameEmptyNotification";
 
-enum class ZTComparisonResult { OrderedAscending = -1, OrderedSame = 0, OrderedDescending = 1 };
 
 // The order of the ready list: ascending when a has the higher priority (a runs first).
 ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperation& b);
