@@ -16,6 +16,10 @@ int runGeometryTour();
 void addTextCommand(CLI::App& app);
 int runTextTourWithDefaults();
 
+// `zt operations`: an operation queue ordering jobs by priority and dependency.
+void addOperationsCommand(CLI::App& app);
+int runOperationsTour();
+
 // `zt collections`: a least-recently-used cache and an array with a key index.
 void addCollectionsCommand(CLI::App& app);
 int runCollectionsTour();

@@ -14,6 +14,7 @@ void addDemoCommand(CLI::App& app) {
   command->callback([] {
     const std::vector<std::pair<const char*, std::function<int()>>> tours = {
         {"threads", runThreadsTourWithDefaults},
+        {"operations", runOperationsTour},
         {"collections", runCollectionsTour},
         {"files", runFilesTourWithDefaults},
         {"geometry", runGeometryTour},

@@ -13,6 +13,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(0, 1);
   ztool::addDemoCommand(app);
   ztool::addThreadsCommand(app);
+  ztool::addOperationsCommand(app);
   ztool::addCollectionsCommand(app);
   ztool::addFilesCommand(app);
   ztool::addGeometryCommand(app);
