@@ -1,5 +1,7 @@
 #include "zentrel/operations/cross_thread_calls.h"
 
+#include <atomic>
+#include <chrono>
 #include <exception>
 #include <future>
 
@@ -35,10 +37,18 @@ bool detail::performOnThread(const std::shared_ptr<ZTThread>& thread, std::funct
   if (!waitUntilDone) return loop->post(std::move(call));
 
   // The promise travels inside the queued call: if the loop drops the call unrun, the promise is
-  // destroyed with it and the wait ends with broken_promise instead of hanging.
+  // destroyed with it and the wait ends at once with broken_promise. A call that raced with the
+  // loop's closing may instead sit in a loop that never runs it; for that rare case the waiter
+  // checks now and then whether the loop closed before the call started. (`started` is set before
+  // the call reads `closed`, and read after the waiter has seen `closed`, so exactly one side gives
+  // up.) The call refers to its loop by plain pointer: it lives inside that loop.
   auto done = std::make_shared<std::promise<void>>();
   auto finished = done->get_future();
-  const bool queued = loop->post([call = std::move(call), done = std::move(done)] {
+  auto started = std::make_shared<std::atomic<bool>>(false);
+  ZTRunLoop* const target = loop.get();
+  const bool queued = target->post([call = std::move(call), done = std::move(done), started, target] {
+    started->store(true);
+    if (target->isClosed()) return;
     try {
       call();
       done->set_value();
@@ -47,6 +57,9 @@ bool detail::performOnThread(const std::shared_ptr<ZTThread>& thread, std::funct
     }
   });
   if (!queued) return false;
+  while (finished.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready) {
+    if (loop->isClosed() && !started->load()) return false;
+  }
   try {
     finished.get();
   } catch (const std::future_error& e) {

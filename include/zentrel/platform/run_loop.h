@@ -13,8 +13,8 @@
 // A callback that throws is caught, reported through ZTLog, and the loop goes on.
 //
 // Ownership: held by std::shared_ptr. A loop can be closed (its thread ended): pending calls are
-// then dropped without running, and later posts are dropped at once — a posted function object is
-// always destroyed, run or not, so callers can rely on its destructor to learn that it will never run.
+// then dropped without running and destroyed, and later posts are refused. A post racing with the
+// close may be accepted and then never run; its function object is destroyed with the loop.
 
 #include <chrono>
 #include <functional>
