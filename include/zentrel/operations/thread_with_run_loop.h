@@ -4,8 +4,8 @@
 // posting to runLoop(); the calls run on the thread one after another, in the order they arrived.
 //
 // start() returns only once the thread is executing, so work can be sent right after it. The
-// loop turns in slices of at most one second; cancel() ends the thread within about a second (at
-// once, in practice: cancelling wakes the loop). Calls sent to a cancelled thread are dropped, and
+// loop turns until it is stopped; cancel() stops the turn, so the thread ends at once (at the
+// latest when the call it is running returns). Calls sent to a cancelled thread are dropped, and
 // calls still queued when the thread ends are dropped too — their function objects are destroyed,
 // which releases anyone waiting for them. A cancelled thread cannot be restarted.
 //
@@ -60,7 +60,7 @@ class ZTThreadWithRunLoop : public ZTThread {
 
   // Starts the thread and returns once it is executing.
   void start() override;
-  // Turns the run loop in one-second slices until the thread is cancelled.
+  // Turns the run loop until the thread is cancelled.
   void main() override;
 
   static std::string workerThreadName(const std::string& className, const void* address);
