@@ -25,8 +25,8 @@ struct Item {
   std::string name;
 };
 
-std::vector<std::int64_t> randomKeys(std::int64_t range, std::size_t count, unsigned seed) {
-  std::mt19937_64 random(seed);
+std::vector<std::int64_t> randomKeys(std::int64_t range, std::size_t count, unsigned randomSeed) {
+  std::mt19937_64 random(randomSeed);
   std::uniform_int_distribution<std::int64_t> pick(0, range - 1);
   std::vector<std::int64_t> keys(count);
   for (auto& key : keys) key = pick(random);

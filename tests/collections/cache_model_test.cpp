@@ -95,8 +95,8 @@ struct ModelCache {
 };
 
 template <class Cache>
-void runAgainstModel(Cache& cache, ModelCache& model, unsigned seed, bool changeLimits) {
-  std::mt19937 random(seed);
+void runAgainstModel(Cache& cache, ModelCache& model, unsigned randomSeed, bool changeLimits) {
+  std::mt19937 random(randomSeed);
   auto pick = [&](int n) { return std::uniform_int_distribution<int>(0, n - 1)(random); };
   auto log = std::make_shared<NoticeLog>();
   cache.setDelegate(log);

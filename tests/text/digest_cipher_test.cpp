@@ -22,8 +22,8 @@ Bytes fromHex(std::string_view hex) {
 
 Bytes bytes(std::string_view text) { return Bytes(text.begin(), text.end()); }
 
-Bytes randomBytes(std::size_t count, unsigned seed) {
-  std::mt19937 generator(seed);
+Bytes randomBytes(std::size_t count, unsigned randomSeed) {
+  std::mt19937 generator(randomSeed);
   Bytes out(count);
   for (auto& b : out) b = static_cast<std::uint8_t>(generator());
   return out;
