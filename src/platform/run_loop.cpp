@@ -10,7 +10,6 @@
 #include <exception>
 #include <mutex>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include "platform/internal/system_thread.h"
@@ -358,15 +357,7 @@ void ZTRunLoop::run() {
 
 void ZTRunLoop::runUntil(Clock::time_point deadline) {
   Impl& impl = *impl_;
-  if (!impl.closed.load() && impl.prepareTurn()) {
-    // Waiting with a deadline reads the clock for every event; when events are already queued,
-    // run a batch of them without it (the deadline is then checked once per batch).
-    constexpr int kBatch = 64;
-    while (impl.context.run_one_until(deadline) > 0) {
-      for (int i = 0; i < kBatch && impl.context.poll_one() > 0; ++i) {
-      }
-    }
-  }
+  if (!impl.closed.load() && impl.prepareTurn()) impl.context.run_until(deadline);
   if (impl.closed.load()) impl.drain();
   else impl.endTurn();
 }

@@ -123,6 +123,23 @@ TEST(RunLoop, StopEndsRun) {
   EXPECT_TRUE(returned);
 }
 
+TEST(RunLoop, RunUntilRunsCallsAndReturnsAtTheDeadline) {
+  std::thread worker([] {
+    auto loop = ZTRunLoop::current();
+    auto keep = loop->keepAlive();
+    int ran = 0;
+    loop->post([&] { ++ran; });
+    loop->post([&] { ++ran; });
+    const auto start = std::chrono::steady_clock::now();
+    loop->runUntil(start + 50ms);
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(ran, 2);
+    EXPECT_GE(waited, 45ms);
+    EXPECT_LT(waited, 2s);
+  });
+  worker.join();
+}
+
 TEST(RunLoop, ClosedLoopDropsAndDestroysPendingCalls) {
   // A call that never runs must still be destroyed: waiting code relies on that.
   struct Witness {
