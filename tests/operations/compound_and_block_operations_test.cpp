@@ -16,12 +16,7 @@ using zttest::WorkerThread;
 
 std::shared_ptr<ManualOperation> member(const std::string& name, Recorder& recorder, bool finishInMain,
                                         std::int64_t priority = ZTOperationQueuePriorityNormal) {
-  auto operation = ZTConcurrentOperation::make<ManualOperation>(nullptr);
-  operation->setName(name);
-  operation->setQueuePriority(priority);
-  operation->finishInMain = finishInMain;
-  operation->onMain = [&recorder, name](ManualOperation&) { recorder.add("start " + name); };
-  return operation;
+  return zttest::namedRecordingOperation(name, "start " + name, recorder, finishInMain, priority);
 }
 
 TEST(CompoundOperation, RefusesMissingCompletionAndEmptyMemberList) {

@@ -17,12 +17,7 @@ using zttest::WorkerThread;
 // that records its start under its name.
 std::shared_ptr<ManualOperation> named(const std::string& name, Recorder& recorder, bool finishInMain,
                                        std::int64_t priority = ZTOperationQueuePriorityNormal) {
-  auto operation = ZTConcurrentOperation::make<ManualOperation>(nullptr);
-  operation->setName(name);
-  operation->setQueuePriority(priority);
-  operation->finishInMain = finishInMain;
-  operation->onMain = [&recorder, name](ManualOperation&) { recorder.add(name); };
-  return operation;
+  return zttest::namedRecordingOperation(name, name, recorder, finishInMain, priority);
 }
 
 struct EmptyNotifications {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -77,5 +78,18 @@ class ManualOperation : public ZTConcurrentOperation {
 
   using ZTConcurrentOperation::setExecuting;
 };
+
+// A ManualOperation without a worker thread of its own (so it runs on its queue's thread), named
+// `name`, that records `entry` when its main() runs.
+inline std::shared_ptr<ManualOperation> namedRecordingOperation(const std::string& name, std::string entry,
+                                                                Recorder& recorder, bool finishInMain,
+                                                                std::int64_t priority) {
+  auto operation = ZTConcurrentOperation::make<ManualOperation>(nullptr);
+  operation->setName(name);
+  operation->setQueuePriority(priority);
+  operation->finishInMain = finishInMain;
+  operation->onMain = [&recorder, entry = std::move(entry)](ManualOperation&) { recorder.add(entry); };
+  return operation;
+}
 
 }  // namespace zttest
