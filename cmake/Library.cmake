@@ -1,44 +1,82 @@
-# The installed libraries: ZentrelLib (shared) and ZentrelLib_static, each holding every area.
+# The umbrella targets and the installed package: headers, one shared and one static library per
+# area (see cmake/Areas.cmake), a CMake package with one component per area, and one pkg-config
+# file per area plus the umbrella zentrel.pc.
 get_property(zt_areas GLOBAL PROPERTY ZT_AREAS)
-get_property(zt_area_libraries GLOBAL PROPERTY ZT_AREA_LIBRARIES)
-list(REMOVE_DUPLICATES zt_area_libraries)
 
-set(zt_all_objects "")
+# ZentrelLib::ZentrelLib links every area's shared library; ZentrelLib::ZentrelLibStatic every
+# static one.
+add_library(ZentrelLib INTERFACE)
+add_library(ZentrelLib_static INTERFACE)
+set_target_properties(ZentrelLib PROPERTIES EXPORT_NAME ZentrelLib)
+set_target_properties(ZentrelLib_static PROPERTIES EXPORT_NAME ZentrelLibStatic)
 foreach(area IN LISTS zt_areas)
-  list(APPEND zt_all_objects $<TARGET_OBJECTS:zt_${area}_objects>)
-endforeach()
-
-add_library(ZentrelLib SHARED ${zt_all_objects})
-add_library(ZentrelLib_static STATIC ${zt_all_objects})
-set_target_properties(ZentrelLib PROPERTIES
-  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME ZentrelLib)
-set_target_properties(ZentrelLib_static PROPERTIES OUTPUT_NAME ZentrelLib EXPORT_NAME ZentrelLibStatic)
-foreach(lib ZentrelLib ZentrelLib_static)
-  target_include_directories(${lib} PUBLIC
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-  target_compile_features(${lib} PUBLIC cxx_std_20)
-endforeach()
-# The shared library hides its dependencies; the static one hands them on to whoever links it.
-target_link_libraries(ZentrelLib PUBLIC Threads::Threads PRIVATE ${zt_area_libraries})
-target_link_libraries(ZentrelLib_static PUBLIC Threads::Threads)
-foreach(dep IN LISTS zt_area_libraries)
-  if(dep MATCHES "^zt_")
-    continue()  # header-only helpers used inside the build
-  endif()
-  target_link_libraries(ZentrelLib_static PUBLIC $<LINK_ONLY:${dep}>)
+  target_link_libraries(ZentrelLib INTERFACE zentrel_${area})
+  target_link_libraries(ZentrelLib_static INTERFACE zentrel_${area}_static)
 endforeach()
 add_library(ZentrelLib::ZentrelLib ALIAS ZentrelLib)
 add_library(ZentrelLib::ZentrelLibStatic ALIAS ZentrelLib_static)
 
 include(CMakePackageConfigHelpers)
 set(ZT_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZentrelLib)
-install(TARGETS ZentrelLib ZentrelLib_static EXPORT ZentrelLibTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+set(ZT_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(DIRECTORY include/zentrel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The .pc files find their prefix relative to themselves, so an installed tree can be moved.
+file(RELATIVE_PATH zt_pc_prefix_from_pcdir "/prefix/${ZT_PC_DIR}" "/prefix")
+set(zt_pc_head "prefix=\${pcfiledir}/${zt_pc_prefix_from_pcdir}
+libdir=\${prefix}/${CMAKE_INSTALL_LIBDIR}
+includedir=\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}
+")
+
+set(ZT_CONFIG_AREAS "")
+set(ZT_CONFIG_USES "")
+set(zt_pc_all "")
+foreach(area IN LISTS zt_areas)
+  get_property(uses GLOBAL PROPERTY ZT_AREA_USES_${area})
+  get_property(pc_private GLOBAL PROPERTY ZT_AREA_PC_PRIVATE_${area})
+  get_property(find_code GLOBAL PROPERTY ZT_AREA_FIND_${area})
+
+  install(TARGETS zentrel_${area} zentrel_${area}_static EXPORT ZentrelLib-${area}Targets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(EXPORT ZentrelLib-${area}Targets NAMESPACE ZentrelLib:: DESTINATION ${ZT_CMAKE_DIR})
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLib-${area}Dependencies.cmake
+    "# Third-party packages that ZentrelLib::${area}_static passes on to the linker.\n${find_code}")
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLib-${area}Dependencies.cmake DESTINATION ${ZT_CMAKE_DIR})
+  string(APPEND ZT_CONFIG_AREAS " ${area}")
+  string(APPEND ZT_CONFIG_USES "set(_zt_uses_${area} ${uses})\n")
+
+  list(TRANSFORM uses PREPEND "zentrel-" OUTPUT_VARIABLE pc_requires)
+  list(JOIN pc_requires " " pc_requires)
+  list(JOIN pc_private " " pc_private)
+  set(pc_threads "")
+  if(area STREQUAL "platform")
+    set(pc_threads " -pthread")
+  endif()
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/zentrel-${area}.pc "${zt_pc_head}
+Name: zentrel-${area}
+Description: ZentrelLib, area ${area}
+Version: ${PROJECT_VERSION}
+Requires: ${pc_requires}
+Requires.private: ${pc_private}
+Libs: -L\${libdir} -lzentrel-${area}${pc_threads}
+Cflags: -I\${includedir} -std=c++20
+")
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zentrel-${area}.pc DESTINATION ${ZT_PC_DIR})
+  list(APPEND zt_pc_all zentrel-${area})
+endforeach()
+
+list(JOIN zt_pc_all " " zt_pc_all)
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/zentrel.pc "${zt_pc_head}
+Name: zentrel
+Description: ${PROJECT_DESCRIPTION} (every area)
+Version: ${PROJECT_VERSION}
+Requires: ${zt_pc_all}
+Cflags: -I\${includedir}
+")
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zentrel.pc DESTINATION ${ZT_PC_DIR})
+
+install(TARGETS ZentrelLib ZentrelLib_static EXPORT ZentrelLibTargets)
 install(EXPORT ZentrelLibTargets NAMESPACE ZentrelLib:: DESTINATION ${ZT_CMAKE_DIR})
 configure_package_config_file(cmake/ZentrelLibConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfig.cmake INSTALL_DESTINATION ${ZT_CMAKE_DIR})
@@ -47,7 +85,3 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfigVer
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfigVersion.cmake
         DESTINATION ${ZT_CMAKE_DIR})
-# The .pc file finds its prefix relative to itself, so an installed tree can be moved.
-file(RELATIVE_PATH ZT_PC_PREFIX_FROM_PCDIR "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
-configure_file(cmake/zentrel.pc.in ${CMAKE_CURRENT_BINARY_DIR}/zentrel.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zentrel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,22 @@
+# Fails when a public header includes anything but the library's own headers ("zentrel/...") and
+# standard C++ headers (<name> with no extension and no folder).
+# Variables: INCLUDE_DIR.
+file(GLOB_RECURSE headers ${INCLUDE_DIR}/zentrel/*.h)
+set(offences "")
+foreach(header IN LISTS headers)
+  file(STRINGS ${header} lines REGEX "^[ \t]*#[ \t]*include")
+  foreach(line IN LISTS lines)
+    if(line MATCHES "<([^>]+)>")
+      if(CMAKE_MATCH_1 MATCHES "[./]")
+        file(RELATIVE_PATH name ${INCLUDE_DIR} ${header})
+        string(APPEND offences "\n  ${name}: ${line}")
+      endif()
+    elseif(line MATCHES "\"([^\"]+)\"" AND NOT CMAKE_MATCH_1 MATCHES "^zentrel/")
+      file(RELATIVE_PATH name ${INCLUDE_DIR} ${header})
+      string(APPEND offences "\n  ${name}: ${line}")
+    endif()
+  endforeach()
+endforeach()
+if(offences)
+  message(FATAL_ERROR "Public headers include headers that are not the library's or the standard library's:${offences}")
+endif()
