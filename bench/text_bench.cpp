@@ -1,7 +1,7 @@
 // Text and data throughput beside the plain calls of the libraries underneath: digests and AES
 // against OpenSSL one-shot EVP calls, gzipDeflate against a single zlib deflate call with the same
-// settings, the format engine against snprintf on the conversions both have, and the per-call time
-// of width truncation of a 200-character line.
+// settings, and the format engine against snprintf on the conversions both have. Measuring and
+// truncating with fonts is in typesetting_bench.cpp.
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
 #include <zlib.h>
@@ -14,7 +14,6 @@
 #include "zentrel/text/aes.h"
 #include "zentrel/text/digest.h"
 #include "zentrel/text/gzip.h"
-#include "zentrel/text/string_drawing.h"
 #include "zentrel/text/string_format.h"
 
 namespace {
@@ -208,27 +207,6 @@ void BM_Format_SnprintfPoint(benchmark::State& state) {
   }
 }
 
-std::string line200() {
-  std::string line;
-  while (line.size() < 200) line += "The quick brown fox jumps over the lazy dog. ";
-  line.resize(200);
-  return line;
-}
-
-void BM_BreakToWidth(benchmark::State& state) {
-  static const auto font = ZTFont::create("sans-serif", 13);
-  const std::string line = line200();
-  const auto mode = static_cast<ZTLineBreakMode>(state.range(0));
-  for (auto _ : state) benchmark::DoNotOptimize(zt::stringByBreakToWidth(line, 300, mode, font));
-  state.SetLabel(mode == ZTLineBreakMode::ByTruncatingTail ? "tail" : "middle");
-}
-
-void BM_MeasureLine(benchmark::State& state) {
-  static const auto font = ZTFont::create("sans-serif", 13);
-  const std::string line = line200();
-  for (auto _ : state) benchmark::DoNotOptimize(font->advanceWidth(line));
-}
-
 }  // namespace
 
 #define ZT_DIGEST_BENCH(A)                                                                              \
@@ -249,10 +227,5 @@ BENCHMARK(BM_Format_Zentrel);
 BENCHMARK(BM_Format_Snprintf);
 BENCHMARK(BM_Format_ZentrelPoint);
 BENCHMARK(BM_Format_SnprintfPoint);
-BENCHMARK(BM_BreakToWidth)
-    ->Arg(static_cast<int>(ZTLineBreakMode::ByTruncatingTail))
-    ->Arg(static_cast<int>(ZTLineBreakMode::ByTruncatingMiddle))
-    ->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_MeasureLine)->Unit(benchmark::kMicrosecond);
 
 BENCHMARK_MAIN();

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "text/internal/unicode.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/utf16.h"
 
 namespace zt {
 namespace {
@@ -98,7 +98,7 @@ void appendUInt64LE(Bytes& data, std::uint64_t value) {
 }
 
 void appendCString(Bytes& data, std::string_view text) {
-  const std::size_t count = internal::utf16Length(text);
+  const std::size_t count = utf16Length(text);
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
   data.insert(data.end(), bytes, bytes + count);
 }
@@ -107,7 +107,7 @@ void appendCStringNT(Bytes& data, std::string_view text) {
   appendCString(data, text);
   // The byte after the first count bytes of the NUL-terminated text: within the text when it is
   // longer in UTF-8 than in UTF-16, else its terminator.
-  const std::size_t count = internal::utf16Length(text);
+  const std::size_t count = utf16Length(text);
   data.push_back(count < text.size() ? static_cast<std::uint8_t>(text[count]) : 0);
 }
 

@@ -3,28 +3,35 @@
 #include <unicode/uchar.h>
 #include <unicode/uniset.h>
 
-#include <mutex>
+#include <string>
 
+#include "text/internal/character_set_access.h"
 #include "text/internal/unicode.h"
 
 namespace {
 
-std::shared_ptr<icu::UnicodeSet> frozen(icu::UnicodeSet* set) {
-  set->freeze();
-  return std::shared_ptr<icu::UnicodeSet>(set);
+// Frozen sets are never changed again, which makes every read of them safe from any thread and
+// faster. (A template so that it can take the private storage type without naming it.)
+template <class Storage>
+std::shared_ptr<Storage> frozen(std::shared_ptr<Storage> storage) {
+  storage->set.freeze();
+  return storage;
 }
 
 }  // namespace
 
-ZTCharacterSet::ZTCharacterSet() : set_(std::make_shared<icu::UnicodeSet>()) {}
+ZTCharacterSet::ZTCharacterSet() : storage_(std::make_shared<Storage>()) {}
 
-ZTCharacterSet::ZTCharacterSet(std::shared_ptr<icu::UnicodeSet> set) : set_(std::move(set)) {}
+ZTCharacterSet::ZTCharacterSet(std::shared_ptr<Storage> storage) : storage_(std::move(storage)) {}
 
-icu::UnicodeSet& ZTCharacterSet::mutableSet() {
-  if (set_.use_count() > 1 || set_->isFrozen()) {
-    set_ = std::shared_ptr<icu::UnicodeSet>(set_->cloneAsThawed());
+ZTCharacterSet::Storage& ZTCharacterSet::mutableStorage() {
+  if (storage_.use_count() > 1 || storage_->set.isFrozen()) {
+    // A copy of a frozen set would be frozen too: the copy is built by adding the elements.
+    auto own = std::make_shared<Storage>();
+    own->set.addAll(storage_->set);
+    storage_ = std::move(own);
   }
-  return *set_;
+  return *storage_;
 }
 
 ZTCharacterSet ZTCharacterSet::withCharactersInString(std::string_view characters) {
@@ -44,7 +51,7 @@ ZTCharacterSet ZTCharacterSet::withRange(char32_t first, std::size_t length) {
 
 std::optional<ZTCharacterSet> ZTCharacterSet::withPattern(std::string_view pattern, ZTError* error) {
   UErrorCode status = U_ZERO_ERROR;
-  auto set = std::make_shared<icu::UnicodeSet>(zt::internal::toUnicode(pattern), status);
+  auto storage = std::make_shared<Storage>(zt::internal::toUnicode(pattern), status);
   if (U_FAILURE(status)) {
     ZTValue info = ZTValue::dictionary();
     info[ZTLocalizedDescriptionKey] =
@@ -52,23 +59,22 @@ std::optional<ZTCharacterSet> ZTCharacterSet::withPattern(std::string_view patte
     ZTSetError(error, ZTError(ZTCocoaErrorDomain, 2048, std::move(info)));
     return std::nullopt;
   }
-  return ZTCharacterSet(std::move(set));
+  return ZTCharacterSet(std::move(storage));
 }
 
 const ZTCharacterSet& ZTCharacterSet::whitespace() {
   static const ZTCharacterSet set = [] {
     UErrorCode status = U_ZERO_ERROR;
-    auto* s = new icu::UnicodeSet(u"[\\p{Zs}\\u0009]", status);
-    return ZTCharacterSet(frozen(s));
+    return ZTCharacterSet(frozen(std::make_shared<Storage>(u"[\\p{Zs}\\u0009]", status)));
   }();
   return set;
 }
 
 const ZTCharacterSet& ZTCharacterSet::newline() {
   static const ZTCharacterSet set = [] {
-    auto* s = new icu::UnicodeSet(0x0A, 0x0D);
-    s->add(0x85).add(0x2028, 0x2029);
-    return ZTCharacterSet(frozen(s));
+    auto storage = std::make_shared<Storage>(0x0A, 0x0D);
+    storage->set.add(0x85).add(0x2028, 0x2029);
+    return ZTCharacterSet(frozen(std::move(storage)));
   }();
   return set;
 }
@@ -76,39 +82,43 @@ const ZTCharacterSet& ZTCharacterSet::newline() {
 const ZTCharacterSet& ZTCharacterSet::whitespaceAndNewline() {
   static const ZTCharacterSet set = [] {
     UErrorCode status = U_ZERO_ERROR;
-    auto* s = new icu::UnicodeSet(u"[\\p{Z}\\u0009-\\u000D\\u0085]", status);
-    return ZTCharacterSet(frozen(s));
+    return ZTCharacterSet(frozen(std::make_shared<Storage>(u"[\\p{Z}\\u0009-\\u000D\\u0085]", status)));
   }();
   return set;
 }
 
 bool ZTCharacterSet::contains(char32_t character) const {
-  return character <= 0x10FFFF && set_->contains(static_cast<UChar32>(character));
+  return character <= 0x10FFFF && storage_->set.contains(static_cast<UChar32>(character));
 }
 
-bool ZTCharacterSet::empty() const { return set_->isEmpty(); }
+bool ZTCharacterSet::empty() const { return storage_->set.isEmpty(); }
 
-std::size_t ZTCharacterSet::count() const { return static_cast<std::size_t>(set_->size()); }
+std::size_t ZTCharacterSet::count() const { return static_cast<std::size_t>(storage_->set.size()); }
 
 ZTCharacterSet ZTCharacterSet::inverted() const {
-  auto* s = set_->cloneAsThawed();
-  s->complement();
-  return ZTCharacterSet(frozen(s));
+  auto storage = std::make_shared<Storage>();
+  storage->set.addAll(storage_->set);
+  storage->set.complement();
+  return ZTCharacterSet(frozen(std::move(storage)));
 }
 
 void ZTCharacterSet::addRange(char32_t first, char32_t last) {
   if (first > last || first > 0x10FFFF) return;
   if (last > 0x10FFFF) last = 0x10FFFF;
-  mutableSet().add(static_cast<UChar32>(first), static_cast<UChar32>(last));
+  mutableStorage().set.add(static_cast<UChar32>(first), static_cast<UChar32>(last));
 }
 
 void ZTCharacterSet::addCharactersInString(std::string_view characters) {
-  mutableSet().addAll(zt::internal::toUnicode(characters));
+  mutableStorage().set.addAll(zt::internal::toUnicode(characters));
 }
 
-void ZTCharacterSet::formUnion(const ZTCharacterSet& other) { mutableSet().addAll(*other.set_); }
+void ZTCharacterSet::formUnion(const ZTCharacterSet& other) {
+  mutableStorage().set.addAll(ZTCharacterSetAccess::unicodeSet(other));
+}
 
-bool operator==(const ZTCharacterSet& a, const ZTCharacterSet& b) { return *a.set_ == *b.set_; }
+bool operator==(const ZTCharacterSet& a, const ZTCharacterSet& b) {
+  return ZTCharacterSetAccess::unicodeSet(a) == ZTCharacterSetAccess::unicodeSet(b);
+}
 
 namespace zt {
 

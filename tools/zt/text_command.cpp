@@ -11,9 +11,9 @@
 #include "zentrel/geometry/point.h"
 #include "zentrel/text/aes.h"
 #include "zentrel/text/digest.h"
-#include "zentrel/text/font.h"
+#include "zentrel/typesetting/font.h"
 #include "zentrel/text/gzip.h"
-#include "zentrel/text/string_drawing.h"
+#include "zentrel/typesetting/string_drawing.h"
 #include "zentrel/text/string_format.h"
 #include "zentrel/text/version_compare.h"
 

@@ -11,6 +11,7 @@
 // Pure functions, callable from any thread.
 
 #include "zentrel/geometry/rect.h"
+#include "zentrel/platform/export.h"
 
 struct ZTAffineTransform {
   double a = 1, b = 0, c = 0, d = 1, tx = 0, ty = 0;
@@ -25,10 +26,10 @@ constexpr ZTAffineTransform ZTAffineTransformMake(double a, double b, double c, 
 }
 constexpr ZTAffineTransform ZTAffineTransformMakeTranslation(double tx, double ty) { return {1, 0, 0, 1, tx, ty}; }
 constexpr ZTAffineTransform ZTAffineTransformMakeScale(double sx, double sy) { return {sx, 0, 0, sy, 0, 0}; }
-ZTAffineTransform ZTAffineTransformMakeRotation(double radians);
+ZT_API ZTAffineTransform ZTAffineTransformMakeRotation(double radians);
 
-bool ZTAffineTransformIsIdentity(ZTAffineTransform t);
-bool ZTAffineTransformEqualToTransform(ZTAffineTransform t1, ZTAffineTransform t2);
+ZT_API bool ZTAffineTransformIsIdentity(ZTAffineTransform t);
+ZT_API bool ZTAffineTransformEqualToTransform(ZTAffineTransform t1, ZTAffineTransform t2);
 
 // t1 first, then t2.
 constexpr ZTAffineTransform ZTAffineTransformConcat(ZTAffineTransform t1, ZTAffineTransform t2) {
@@ -40,17 +41,17 @@ constexpr ZTAffineTransform ZTAffineTransformConcat(ZTAffineTransform t1, ZTAffi
           t1.tx * t2.b + t1.ty * t2.d + t2.ty};
 }
 // The step first, then t.
-ZTAffineTransform ZTAffineTransformTranslate(ZTAffineTransform t, double tx, double ty);
-ZTAffineTransform ZTAffineTransformScale(ZTAffineTransform t, double sx, double sy);
-ZTAffineTransform ZTAffineTransformRotate(ZTAffineTransform t, double radians);
+ZT_API ZTAffineTransform ZTAffineTransformTranslate(ZTAffineTransform t, double tx, double ty);
+ZT_API ZTAffineTransform ZTAffineTransformScale(ZTAffineTransform t, double sx, double sy);
+ZT_API ZTAffineTransform ZTAffineTransformRotate(ZTAffineTransform t, double radians);
 // The inverse map. A singular transform (a*d - b*c == 0) has none and is returned unchanged;
 // test with ZTAffineTransformIsSingular first when that matters.
-ZTAffineTransform ZTAffineTransformInvert(ZTAffineTransform t);
+ZT_API ZTAffineTransform ZTAffineTransformInvert(ZTAffineTransform t);
 
 constexpr ZTPoint ZTPointApplyAffineTransform(ZTPoint p, ZTAffineTransform t) {
   return {t.a * p.x + t.c * p.y + t.tx, t.b * p.x + t.d * p.y + t.ty};
 }
 // Applies only the linear part (a vector has no position).
-ZTSize ZTSizeApplyAffineTransform(ZTSize size, ZTAffineTransform t);
+ZT_API ZTSize ZTSizeApplyAffineTransform(ZTSize size, ZTAffineTransform t);
 // The bounding box of the four transformed corners. Null and infinite rects come back unchanged.
-ZTRect ZTRectApplyAffineTransform(ZTRect rect, ZTAffineTransform t);
+ZT_API ZTRect ZTRectApplyAffineTransform(ZTRect rect, ZTAffineTransform t);

@@ -20,11 +20,12 @@
 #include <memory>
 
 #include "zentrel/geometry/point.h"
+#include "zentrel/platform/export.h"
 
 class ZTQuadraticBezierCurve;
 class ZTCubicBezierCurve;
 
-class ZTBezierCurve {
+class ZT_API ZTBezierCurve {
  public:
   // The cached segment count's "not computed yet" value (the largest signed 64-bit integer).
   static constexpr std::size_t kSegmentsNotComputed = static_cast<std::size_t>(INT64_MAX);
@@ -33,19 +34,22 @@ class ZTBezierCurve {
   static constexpr double kParameterLimit = static_cast<double>(1.0001f);
 
   // A quadratic (respectively cubic) curve over a copy of the points.
-  static std::shared_ptr<ZTQuadraticBezierCurve> quadraticBezierCurveWithStartPoint(ZTPoint start, ZTPoint control,
-                                                                                    ZTPoint end);
-  static std::shared_ptr<ZTCubicBezierCurve> cubicBezierCurveWithStartPoint(ZTPoint start, ZTPoint control1,
-                                                                            ZTPoint control2, ZTPoint end);
+  [[nodiscard]] static std::shared_ptr<ZTQuadraticBezierCurve> quadraticBezierCurveWithStartPoint(ZTPoint start,
+                                                                                                  ZTPoint control,
+                                                                                                  ZTPoint end);
+  [[nodiscard]] static std::shared_ptr<ZTCubicBezierCurve> cubicBezierCurveWithStartPoint(ZTPoint start,
+                                                                                          ZTPoint control1,
+                                                                                          ZTPoint control2,
+                                                                                          ZTPoint end);
 
   // A curve over a copy of `count` points. nullptr when `points` is null or count < 2.
-  static std::shared_ptr<ZTBezierCurve> create(const ZTPoint* points, std::size_t count);
+  [[nodiscard]] static std::shared_ptr<ZTBezierCurve> create(const ZTPoint* points, std::size_t count);
   // A curve over the caller's buffer, not copied. With releaseWhenDone the curve takes the buffer
   // over and frees it with delete[] (so it must come from new ZTPoint[n]); without, the buffer is
   // borrowed and must outlive the curve. nullptr when `points` is null or count < 2 (the buffer is
   // then left to the caller in either case).
-  static std::shared_ptr<ZTBezierCurve> createWithPointsNoCopy(ZTPoint* points, std::size_t count,
-                                                               bool releaseWhenDone);
+  [[nodiscard]] static std::shared_ptr<ZTBezierCurve> createWithPointsNoCopy(ZTPoint* points, std::size_t count,
+                                                                             bool releaseWhenDone);
 
   virtual ~ZTBezierCurve();
   ZTBezierCurve(const ZTBezierCurve&) = delete;
@@ -129,12 +133,13 @@ class ZTBezierCurve {
 };
 
 // B(t) = u^2 P0 + 2ut P1 + t^2 P2 with u = 1 - t. Exactly three points.
-class ZTQuadraticBezierCurve : public ZTBezierCurve {
+class ZT_API ZTQuadraticBezierCurve : public ZTBezierCurve {
  public:
   // nullptr unless `points` is non-null and count is 3.
-  static std::shared_ptr<ZTQuadraticBezierCurve> create(const ZTPoint* points, std::size_t count);
-  static std::shared_ptr<ZTQuadraticBezierCurve> createWithPointsNoCopy(ZTPoint* points, std::size_t count,
-                                                                        bool releaseWhenDone);
+  [[nodiscard]] static std::shared_ptr<ZTQuadraticBezierCurve> create(const ZTPoint* points, std::size_t count);
+  [[nodiscard]] static std::shared_ptr<ZTQuadraticBezierCurve> createWithPointsNoCopy(ZTPoint* points,
+                                                                                      std::size_t count,
+                                                                                      bool releaseWhenDone);
   ZTPoint curvePointForParameter(double t) const override;
 
  private:
@@ -142,12 +147,12 @@ class ZTQuadraticBezierCurve : public ZTBezierCurve {
 };
 
 // B(t) = u^3 P0 + 3u^2 t P1 + 3u t^2 P2 + t^3 P3 with u = 1 - t. Exactly four points.
-class ZTCubicBezierCurve : public ZTBezierCurve {
+class ZT_API ZTCubicBezierCurve : public ZTBezierCurve {
  public:
   // nullptr unless `points` is non-null and count is 4.
-  static std::shared_ptr<ZTCubicBezierCurve> create(const ZTPoint* points, std::size_t count);
-  static std::shared_ptr<ZTCubicBezierCurve> createWithPointsNoCopy(ZTPoint* points, std::size_t count,
-                                                                    bool releaseWhenDone);
+  [[nodiscard]] static std::shared_ptr<ZTCubicBezierCurve> create(const ZTPoint* points, std::size_t count);
+  [[nodiscard]] static std::shared_ptr<ZTCubicBezierCurve> createWithPointsNoCopy(ZTPoint* points, std::size_t count,
+                                                                                  bool releaseWhenDone);
   ZTPoint curvePointForParameter(double t) const override;
 
  private:

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "zentrel/geometry/rect.h"
+#include "zentrel/platform/export.h"
 
 struct ZTEdgeInsets {
   double top = 0;
@@ -23,10 +24,10 @@ constexpr ZTEdgeInsets ZTEdgeInsetsMake(double top, double left, double bottom, 
 }
 
 // True when all four fields are +infinity.
-bool ZTEdgeInsetsIsNull(ZTEdgeInsets insets);
+ZT_API bool ZTEdgeInsetsIsNull(ZTEdgeInsets insets);
 // (x + left, y + top, width - left - right, height - top - bottom), on the raw fields.
-ZTRect ZTRectByRemovingEdgeInsetsFromRect(ZTEdgeInsets insets, ZTRect rect);
+ZT_API ZTRect ZTRectByRemovingEdgeInsetsFromRect(ZTEdgeInsets insets, ZTRect rect);
 // (x - left, y - top, width + left + right, height + top + bottom), on the raw fields.
-ZTRect ZTRectByAddingEdgeInsetsToRect(ZTEdgeInsets insets, ZTRect rect);
+ZT_API ZTRect ZTRectByAddingEdgeInsetsToRect(ZTEdgeInsets insets, ZTRect rect);
 // The insets that turn `original` into `inseted`: the inverse of ZTRectByRemovingEdgeInsetsFromRect.
-ZTEdgeInsets ZTEdgeInsetsForInsetedRectAndOriginalRect(ZTRect inseted, ZTRect original);
+ZT_API ZTEdgeInsets ZTEdgeInsetsForInsetedRectAndOriginalRect(ZTRect inseted, ZTRect original);

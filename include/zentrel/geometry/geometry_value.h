@@ -21,6 +21,7 @@
 // with a ZTCocoaErrorDomain error (code 2048, a formatting error) whose description quotes the
 // text and the expected form. Pure functions, callable from any thread.
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,36 +29,40 @@
 #include "zentrel/geometry/affine_transform.h"
 #include "zentrel/geometry/edge_insets.h"
 #include "zentrel/platform/error.h"
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/value.h"
 
 // The error code of a text or value that is not the expected geometry form.
 inline constexpr std::int64_t ZTGeometryFormattingError = 2048;
 
-std::string ZTStringFromPoint(ZTPoint point);
-std::string ZTStringFromSize(ZTSize size);
-std::string ZTStringFromRect(ZTRect rect);
-std::string ZTStringFromEdgeInsets(ZTEdgeInsets insets);
-std::string ZTStringFromAffineTransform(ZTAffineTransform t);
+ZT_API std::string ZTStringFromPoint(ZTPoint point);
+ZT_API std::string ZTStringFromSize(ZTSize size);
+ZT_API std::string ZTStringFromRect(ZTRect rect);
+ZT_API std::string ZTStringFromEdgeInsets(ZTEdgeInsets insets);
+ZT_API std::string ZTStringFromAffineTransform(ZTAffineTransform t);
 
-std::optional<ZTPoint> ZTPointFromString(std::string_view text, ZTError* error = nullptr);
-std::optional<ZTSize> ZTSizeFromString(std::string_view text, ZTError* error = nullptr);
-std::optional<ZTRect> ZTRectFromString(std::string_view text, ZTError* error = nullptr);
-std::optional<ZTEdgeInsets> ZTEdgeInsetsFromString(std::string_view text, ZTError* error = nullptr);
-std::optional<ZTAffineTransform> ZTAffineTransformFromString(std::string_view text, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTPoint> ZTPointFromString(std::string_view text, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTSize> ZTSizeFromString(std::string_view text, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTRect> ZTRectFromString(std::string_view text, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTEdgeInsets> ZTEdgeInsetsFromString(std::string_view text,
+                                                                       ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTAffineTransform> ZTAffineTransformFromString(std::string_view text,
+                                                                                 ZTError* error = nullptr);
 
-ZTValue ZTValueWithPoint(ZTPoint point);
-ZTValue ZTValueWithSize(ZTSize size);
-ZTValue ZTValueWithRect(ZTRect rect);
-ZTValue ZTValueWithEdgeInsets(ZTEdgeInsets insets);
-ZTValue ZTValueWithAffineTransform(ZTAffineTransform t);
+ZT_API ZTValue ZTValueWithPoint(ZTPoint point);
+ZT_API ZTValue ZTValueWithSize(ZTSize size);
+ZT_API ZTValue ZTValueWithRect(ZTRect rect);
+ZT_API ZTValue ZTValueWithEdgeInsets(ZTEdgeInsets insets);
+ZT_API ZTValue ZTValueWithAffineTransform(ZTAffineTransform t);
 
-std::optional<ZTPoint> ZTPointFromValue(const ZTValue& value, ZTError* error = nullptr);
-std::optional<ZTSize> ZTSizeFromValue(const ZTValue& value, ZTError* error = nullptr);
-std::optional<ZTRect> ZTRectFromValue(const ZTValue& value, ZTError* error = nullptr);
-std::optional<ZTEdgeInsets> ZTEdgeInsetsFromValue(const ZTValue& value, ZTError* error = nullptr);
-std::optional<ZTAffineTransform> ZTAffineTransformFromValue(const ZTValue& value, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTPoint> ZTPointFromValue(const ZTValue& value, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTSize> ZTSizeFromValue(const ZTValue& value, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTRect> ZTRectFromValue(const ZTValue& value, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTEdgeInsets> ZTEdgeInsetsFromValue(const ZTValue& value, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<ZTAffineTransform> ZTAffineTransformFromValue(const ZTValue& value,
+                                                                                ZTError* error = nullptr);
 
 // The dictionary forms described above, for programs that expect them.
-ZTValue ZTDictionaryRepresentationOfPoint(ZTPoint point);
-ZTValue ZTDictionaryRepresentationOfSize(ZTSize size);
-ZTValue ZTDictionaryRepresentationOfRect(ZTRect rect);
+ZT_API ZTValue ZTDictionaryRepresentationOfPoint(ZTPoint point);
+ZT_API ZTValue ZTDictionaryRepresentationOfSize(ZTSize size);
+ZT_API ZTValue ZTDictionaryRepresentationOfRect(ZTRect rect);

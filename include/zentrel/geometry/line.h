@@ -11,6 +11,7 @@
 #include <limits>
 
 #include "zentrel/geometry/affine_transform.h"
+#include "zentrel/platform/export.h"
 
 struct ZTLine {
   ZTPoint start;
@@ -24,35 +25,35 @@ inline constexpr ZTLine ZTLineNone{ZTPointNoIntersection, ZTPointNoIntersection}
 
 constexpr ZTLine ZTLineMake(ZTPoint start, ZTPoint end) { return {start, end}; }
 // True for a point whose coordinates are both +infinity.
-bool ZTPointIsNoIntersection(ZTPoint point);
+ZT_API bool ZTPointIsNoIntersection(ZTPoint point);
 // True for a line whose four coordinates are +infinity.
-bool ZTLineIsNone(ZTLine line);
+ZT_API bool ZTLineIsNone(ZTLine line);
 
 // The mean of the two end points.
-ZTPoint ZTLineGetMiddlePoint(ZTLine line);
+ZT_API ZTPoint ZTLineGetMiddlePoint(ZTLine line);
 // abs(end.x - start.x) and abs(end.y - start.y).
-double ZTLineGetSizeOfProjectionOnXAxis(ZTLine line);
-double ZTLineGetSizeOfProjectionOnYAxis(ZTLine line);
+ZT_API double ZTLineGetSizeOfProjectionOnXAxis(ZTLine line);
+ZT_API double ZTLineGetSizeOfProjectionOnYAxis(ZTLine line);
 // Both end points mapped through the transform.
-ZTLine ZTLineApplyAffineTransform(ZTAffineTransform t, ZTLine line);
+ZT_API ZTLine ZTLineApplyAffineTransform(ZTAffineTransform t, ZTLine line);
 // A unit normal of the line, as a vector: (-k*s, s) with k the slope and s = sqrt(1 / (k*k + 1))
 // taken in single precision. A vertical line gives (sign of its y direction, 0); a line whose end
 // points coincide gives (0, 1).
-ZTPoint ZTLineGetNormal(ZTLine line);
+ZT_API ZTPoint ZTLineGetNormal(ZTLine line);
 // Where the two infinite lines cross, or ZTPointNoIntersection when they are parallel (or one of
 // them is degenerate).
-ZTPoint ZTLineGetIntersection(ZTLine first, ZTLine second);
+ZT_API ZTPoint ZTLineGetIntersection(ZTLine first, ZTLine second);
 
 // The edges of the standardised rect, with y growing downwards (minY is the top):
 // left (minX, maxY) -> (minX, minY); right (maxX, maxY) -> (maxX, minY);
 // top (minX, minY) -> (maxX, minY); bottom (minX, maxY) -> (maxX, maxY);
 // horizontal midline (minX, midY) -> (maxX, midY); vertical midline (midX, minY) -> (midX, maxY).
-ZTLine ZTRectGetLeftLineSegment(ZTRect rect);
-ZTLine ZTRectGetRightLineSegment(ZTRect rect);
-ZTLine ZTRectGetTopLineSegment(ZTRect rect);
-ZTLine ZTRectGetBottomLineSegment(ZTRect rect);
-ZTLine ZTRectGetHorizontalMidlineSegment(ZTRect rect);
-ZTLine ZTRectGetVerticalMidlineSegment(ZTRect rect);
+ZT_API ZTLine ZTRectGetLeftLineSegment(ZTRect rect);
+ZT_API ZTLine ZTRectGetRightLineSegment(ZTRect rect);
+ZT_API ZTLine ZTRectGetTopLineSegment(ZTRect rect);
+ZT_API ZTLine ZTRectGetBottomLineSegment(ZTRect rect);
+ZT_API ZTLine ZTRectGetHorizontalMidlineSegment(ZTRect rect);
+ZT_API ZTLine ZTRectGetVerticalMidlineSegment(ZTRect rect);
 
 // The part of the segment that lies inside the rect.
 // - Both end points inside (half-open containment): the segment unchanged.
@@ -62,4 +63,4 @@ ZTLine ZTRectGetVerticalMidlineSegment(ZTRect rect);
 // - Fewer than two distinct points: ZTLineNone.
 // Because an edge's own end point is not counted as a crossing of that edge, a segment that enters
 // exactly through a corner is found on the next edge in the order.
-ZTLine ZTRectGetInnerIntersectedLine(ZTRect rect, ZTLine segment);
+ZT_API ZTLine ZTRectGetInnerIntersectedLine(ZTRect rect, ZTLine segment);

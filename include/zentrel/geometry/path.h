@@ -10,12 +10,13 @@
 // on a path with no current point it does nothing.
 
 #include <cstddef>
-#include <functional>
+#include <initializer_list>
 #include <vector>
 
 #include "zentrel/geometry/affine_transform.h"
+#include "zentrel/platform/export.h"
 
-class ZTPath {
+class ZT_API ZTPath {
  public:
   enum class ElementType { MoveToPoint, AddLineToPoint, AddQuadCurveToPoint, AddCurveToPoint, CloseSubpath };
 
@@ -59,7 +60,7 @@ class ZTPath {
   // A new path with every point mapped through `t`.
   ZTPath copyTransformed(ZTAffineTransform t) const;
 
-  friend bool operator==(const ZTPath& a, const ZTPath& b);
+  friend ZT_API bool operator==(const ZTPath& a, const ZTPath& b);
 
  private:
   void requireCurrentPoint(const char* method) const;
@@ -72,10 +73,10 @@ class ZTPath {
 };
 
 // Path building with an optional transform (nullptr for none) applied to the given points first.
-void ZTPathMoveToPoint(ZTPath& path, const ZTAffineTransform* t, ZTPoint point);
-void ZTPathAddLineToPoint(ZTPath& path, const ZTAffineTransform* t, ZTPoint point);
+ZT_API void ZTPathMoveToPoint(ZTPath& path, const ZTAffineTransform* t, ZTPoint point);
+ZT_API void ZTPathAddLineToPoint(ZTPath& path, const ZTAffineTransform* t, ZTPoint point);
 // A move to `start` followed by a line to `end`.
-void ZTPathAddLine(ZTPath& path, const ZTAffineTransform* t, ZTPoint start, ZTPoint end);
+ZT_API void ZTPathAddLine(ZTPath& path, const ZTAffineTransform* t, ZTPoint start, ZTPoint end);
 // A copy of the path rotated by the angle about the centre of its boundingBox(). An empty path
 // gives an empty copy.
-ZTPath ZTPathRotatedByRadians(const ZTPath& path, double radians);
+ZT_API ZTPath ZTPathRotatedByRadians(const ZTPath& path, double radians);

@@ -23,6 +23,7 @@
 #include <limits>
 
 #include "zentrel/geometry/point.h"
+#include "zentrel/platform/export.h"
 
 struct ZTRect {
   ZTPoint origin;
@@ -73,7 +74,7 @@ inline double ZTRectGetWidth(ZTRect r) { return std::fabs(r.size.width); }
 inline double ZTRectGetHeight(ZTRect r) { return std::fabs(r.size.height); }
 
 // Same area after standardising; two null rects are equal.
-bool ZTRectEqualToRect(ZTRect a, ZTRect b);
+ZT_API bool ZTRectEqualToRect(ZTRect a, ZTRect b);
 
 // The overlap of two rects, or ZTRectNull when they are disjoint or either is null.
 inline ZTRect ZTRectIntersection(ZTRect a, ZTRect b) {
@@ -117,9 +118,9 @@ inline bool ZTRectContainsPoint(ZTRect rect, ZTPoint point) {
 // The smallest rect with whole-number edges that covers the rect (min edges floored, max edges
 // ceiled). Null and infinite rects come back unchanged; an empty non-null rect still gets whole
 // edges.
-ZTRect ZTRectIntegral(ZTRect rect);
+ZT_API ZTRect ZTRectIntegral(ZTRect rect);
 // The rect moved by (dx, dy). Null stays null.
-ZTRect ZTRectOffset(ZTRect rect, double dx, double dy);
+ZT_API ZTRect ZTRectOffset(ZTRect rect, double dx, double dy);
 // The standardised rect shrunk by dx on the left and right and dy on the top and bottom (negative
 // values grow it). A rect shrunk past zero width or height becomes null; null stays null.
-ZTRect ZTRectInsetBy(ZTRect rect, double dx, double dy);
+ZT_API ZTRect ZTRectInsetBy(ZTRect rect, double dx, double dy);

@@ -6,73 +6,74 @@
 #include <vector>
 
 #include "zentrel/geometry/rect.h"
+#include "zentrel/platform/export.h"
 
 // The rect with its raw fields moved in by four amounts: (x + left, y + top, width - left -
 // right, height - top - bottom). Amounts are in that order: left, top, right, bottom.
-ZTRect ZTRectInset(ZTRect rect, double left, double top, double right, double bottom);
+ZT_API ZTRect ZTRectInset(ZTRect rect, double left, double top, double right, double bottom);
 
 // (midX, midY).
-ZTPoint ZTRectGetCenterPoint(ZTRect rect);
+ZT_API ZTPoint ZTRectGetCenterPoint(ZTRect rect);
 // Origin at the smaller coordinates, size the absolute differences.
-ZTRect ZTRectMakeWithPoints(ZTPoint p1, ZTPoint p2);
+ZT_API ZTRect ZTRectMakeWithPoints(ZTPoint p1, ZTPoint p2);
 // Origin = centre - size / 2.
-ZTRect ZTRectMakeWithCenterAndSize(ZTPoint center, ZTSize size);
+ZT_API ZTRect ZTRectMakeWithCenterAndSize(ZTPoint center, ZTSize size);
 // Origin = centre - size / 2; when `fitToPixels` is set each origin coordinate is snapped to the
 // device pixel grid of `scale` (pixels per unit): multiplied by the scale, converted to single
 // precision, rounded half away from zero and divided by the scale. The size is never changed.
 // Argument order: centre, size, the flag, then the scale.
-ZTRect ZTRectMakeWithCenterAndSizeFittedToPixelsWithScale(ZTPoint center, ZTSize size, bool fitToPixels,
-                                                          double scale);
+ZT_API ZTRect ZTRectMakeWithCenterAndSizeFittedToPixelsWithScale(ZTPoint center, ZTSize size, bool fitToPixels,
+                                                                 double scale);
 // The origin snapped as above; the size unchanged.
-ZTRect ZTRectFittedToPixels(ZTRect rect, double scale);
+ZT_API ZTRect ZTRectFittedToPixels(ZTRect rect, double scale);
 // Same centre, width and height exchanged.
-ZTRect ZTRectMakeWithPerpendicularRect(ZTRect rect);
+ZT_API ZTRect ZTRectMakeWithPerpendicularRect(ZTRect rect);
 
-ZTRect ZTRectBySettingRectWidth(ZTRect rect, double width);
-ZTRect ZTRectBySettingRectHeight(ZTRect rect, double height);
-ZTRect ZTRectBySettingRectOriginX(ZTRect rect, double x);
-ZTRect ZTRectBySettingRectOriginY(ZTRect rect, double y);
-ZTRect ZTRectBySettingNewOrigin(ZTRect rect, ZTPoint origin);
-ZTRect ZTRectBySettingNewSize(ZTRect rect, ZTSize size);
+ZT_API ZTRect ZTRectBySettingRectWidth(ZTRect rect, double width);
+ZT_API ZTRect ZTRectBySettingRectHeight(ZTRect rect, double height);
+ZT_API ZTRect ZTRectBySettingRectOriginX(ZTRect rect, double x);
+ZT_API ZTRect ZTRectBySettingRectOriginY(ZTRect rect, double y);
+ZT_API ZTRect ZTRectBySettingNewOrigin(ZTRect rect, ZTPoint origin);
+ZT_API ZTRect ZTRectBySettingNewSize(ZTRect rect, ZTSize size);
 
 // The smallest whole-number rect covering the rect (ZTRectIntegral).
-ZTRect ZTRectIntegralMake(ZTRect rect);
+ZT_API ZTRect ZTRectIntegralMake(ZTRect rect);
 // Each of the four fields converted to single precision and ceiled.
-ZTRect ZTRectCeilf(ZTRect rect);
+ZT_API ZTRect ZTRectCeilf(ZTRect rect);
 // Each of the four fields rounded half away from zero.
-ZTRect ZTRectRound(ZTRect rect);
+ZT_API ZTRect ZTRectRound(ZTRect rect);
 // Area of the standardised rect (never negative).
-double ZTRectArea(ZTRect rect);
+ZT_API double ZTRectArea(ZTRect rect);
 // All four field differences strictly below epsilon.
-bool ZTRectIsEqualToRectWithEpsilon(ZTRect a, ZTRect b, double epsilon);
+ZT_API bool ZTRectIsEqualToRectWithEpsilon(ZTRect a, ZTRect b, double epsilon);
 // The union of the rect with a zero-size rect at the point.
-ZTRect ZTRectByExtendingRectToPoint(ZTRect rect, ZTPoint point);
+ZT_API ZTRect ZTRectByExtendingRectToPoint(ZTRect rect, ZTPoint point);
 // b when a contains b, a when b contains a (the input itself, so no rounding creeps in),
 // otherwise ZTRectIntersection(a, b).
-ZTRect ZTPreciseRectIntersection(ZTRect a, ZTRect b);
+ZT_API ZTRect ZTPreciseRectIntersection(ZTRect a, ZTRect b);
 // True when an edge of a lies exactly on the opposite edge of b (a.minX == b.maxX, a.maxX ==
 // b.minX, a.minY == b.maxY or a.maxY == b.minY). The other axis is not checked: rects that share
 // only the line through an edge count as adjacent.
-bool ZTRectAdjacentToRect(ZTRect a, ZTRect b);
+ZT_API bool ZTRectAdjacentToRect(ZTRect a, ZTRect b);
 
 // The rect clamped into `bounds`: standardised, shrunk to at most the bounds' size, then moved
 // inside.
-ZTRect ZTEnsureRectInRect(ZTRect rect, ZTRect bounds);
+ZT_API ZTRect ZTEnsureRectInRect(ZTRect rect, ZTRect bounds);
 // The rect moved (never resized) into `bounds`, by four moves in order: right if it sticks out
 // left, down if it sticks out at the top, left if it sticks out right, up if it sticks out at the
 // bottom. A rect larger than the bounds ends aligned to the bounds' max edges.
-ZTRect ZTOffsetRectToFitInRect(ZTRect rect, ZTRect bounds);
+ZT_API ZTRect ZTOffsetRectToFitInRect(ZTRect rect, ZTRect bounds);
 // The rect scaled down (keeping proportions and origin) to fit the bounds' width, then its height
 // (a non-positive bounds dimension is not a limit), then moved inside by ZTOffsetRectToFitInRect.
-ZTRect ZTRectFittedToRect(ZTRect rect, ZTRect bounds);
+ZT_API ZTRect ZTRectFittedToRect(ZTRect rect, ZTRect bounds);
 
 // `rect` minus `subtracted` when that difference is a single rect; `rect` itself whenever it would
 // not be (a cut through the middle or a corner), and ZTRectZero when nothing is left. Edges are
 // compared exactly.
-ZTRect ZTRectSubstractIfUnambigous(ZTRect rect, ZTRect subtracted);
+ZT_API ZTRect ZTRectSubstractIfUnambigous(ZTRect rect, ZTRect subtracted);
 // As above, with edges within `epsilon` (strictly) of each other counting as equal. An epsilon
 // of +infinity means exact comparison.
-ZTRect ZTRectSubstractIfUnambigousWithEpsilon(ZTRect rect, ZTRect subtracted, double epsilon);
+ZT_API ZTRect ZTRectSubstractIfUnambigousWithEpsilon(ZTRect rect, ZTRect subtracted, double epsilon);
 
 // The parts of `rect` left after cutting out `cut`: the cells of the 3 x 3 grid whose columns are
 // bounded by rect.minX, cut.minX, cut.maxX, rect.maxX and rows by rect.minY, cut.minY, cut.maxY,
@@ -84,4 +85,4 @@ ZTRect ZTRectSubstractIfUnambigousWithEpsilon(ZTRect rect, ZTRect subtracted, do
 // - an empty vector when the two are equal.
 // `cut` need not lie inside `rect`: a cut outside gives whatever grid cells have positive size,
 // which may lie outside `rect`. Clip `cut` with ZTRectIntersection first when that matters.
-std::optional<std::vector<ZTRect>> ZTRectsByCuttingOutRectFromRect(ZTRect rect, ZTRect cut);
+ZT_API std::optional<std::vector<ZTRect>> ZTRectsByCuttingOutRectFromRect(ZTRect rect, ZTRect cut);

@@ -19,21 +19,22 @@
 #include <string_view>
 #include <vector>
 
+#include "zentrel/platform/export.h"
+
 enum class ZTCryptOperation { Encrypt, Decrypt };
 
 namespace zt {
 
-std::optional<std::vector<std::uint8_t>> ztAES256CryptWithKeyData(std::span<const std::uint8_t> data,
-                                                                  std::span<const std::uint8_t> key,
-                                                                  ZTCryptOperation operation);
+[[nodiscard]] ZT_API std::optional<std::vector<std::uint8_t>> ztAES256CryptWithKeyData(
+    std::span<const std::uint8_t> data, std::span<const std::uint8_t> key, ZTCryptOperation operation);
 
-std::optional<std::vector<std::uint8_t>> ztAES256EncryptWithKeyData(std::span<const std::uint8_t> data,
-                                                                    std::span<const std::uint8_t> key);
-std::optional<std::vector<std::uint8_t>> ztAES256DecryptWithKeyData(std::span<const std::uint8_t> data,
-                                                                    std::span<const std::uint8_t> key);
-std::optional<std::vector<std::uint8_t>> ztAES256EncryptWithKey(std::span<const std::uint8_t> data,
-                                                                std::string_view key);
-std::optional<std::vector<std::uint8_t>> ztAES256DecryptWithKey(std::span<const std::uint8_t> data,
-                                                                std::string_view key);
+[[nodiscard]] ZT_API std::optional<std::vector<std::uint8_t>> ztAES256EncryptWithKeyData(
+    std::span<const std::uint8_t> data, std::span<const std::uint8_t> key);
+[[nodiscard]] ZT_API std::optional<std::vector<std::uint8_t>> ztAES256DecryptWithKeyData(
+    std::span<const std::uint8_t> data, std::span<const std::uint8_t> key);
+[[nodiscard]] ZT_API std::optional<std::vector<std::uint8_t>> ztAES256EncryptWithKey(std::span<const std::uint8_t> data,
+                                                                                     std::string_view key);
+[[nodiscard]] ZT_API std::optional<std::vector<std::uint8_t>> ztAES256DecryptWithKey(std::span<const std::uint8_t> data,
+                                                                                     std::string_view key);
 
 }  // namespace zt

@@ -7,30 +7,25 @@
 // returned by reference are built once, on first use, under a once-only guard, and are never
 // changed afterwards.
 
-#include <unicode/uversion.h>
-
 #include <cstddef>
 #include <memory>
 #include <optional>
 #include <string_view>
 
 #include "zentrel/platform/error.h"
+#include "zentrel/platform/export.h"
 
-U_NAMESPACE_BEGIN
-class UnicodeSet;
-U_NAMESPACE_END
-
-class ZTCharacterSet {
+class ZT_API ZTCharacterSet {
  public:
   ZTCharacterSet();  // empty
 
   // Every character of a UTF-8 text (invalid sequences add U+FFFD).
-  static ZTCharacterSet withCharactersInString(std::string_view characters);
+  [[nodiscard]] static ZTCharacterSet withCharactersInString(std::string_view characters);
   // The code points first ... first + length - 1; code points past U+10FFFF are ignored.
-  static ZTCharacterSet withRange(char32_t first, std::size_t length);
+  [[nodiscard]] static ZTCharacterSet withRange(char32_t first, std::size_t length);
   // A set written in ICU's set syntax, e.g. "[a-z\\u00E9]" or "[\\p{Emoji_Presentation}]".
   // nullopt, with a ZTCocoaErrorDomain error naming the pattern, when the pattern is not valid.
-  static std::optional<ZTCharacterSet> withPattern(std::string_view pattern, ZTError* error = nullptr);
+  [[nodiscard]] static std::optional<ZTCharacterSet> withPattern(std::string_view pattern, ZTError* error = nullptr);
 
   // Spaces and tabs: Unicode general category Zs plus U+0009.
   static const ZTCharacterSet& whitespace();
@@ -45,21 +40,25 @@ class ZTCharacterSet {
   std::size_t count() const;
 
   // Every code point of U+0000-U+10FFFF not in this set.
-  ZTCharacterSet inverted() const;
+  [[nodiscard]] ZTCharacterSet inverted() const;
   void addRange(char32_t first, char32_t last);  // inclusive; ignored when first > last
   void addCharactersInString(std::string_view characters);
   void formUnion(const ZTCharacterSet& other);
 
-  // The ICU set behind this one, for code of this library that hands it to ICU.
-  const icu::UnicodeSet& unicodeSet() const { return *set_; }
-
-  friend bool operator==(const ZTCharacterSet& a, const ZTCharacterSet& b);
+  friend ZT_API bool operator==(const ZTCharacterSet& a, const ZTCharacterSet& b);
 
  private:
-  explicit ZTCharacterSet(std::shared_ptr<icu::UnicodeSet> set);
-  icu::UnicodeSet& mutableSet();
+  // The ICU set behind a character set, shared between copies until one of them changes. Code of
+  // this library that hands the set to ICU reaches it through ZTCharacterSetAccess
+  // (src/text/internal/character_set_access.h).
+  struct Storage;
+  friend struct ZTCharacterSetAccess;
 
-  std::shared_ptr<icu::UnicodeSet> set_;
+  explicit ZTCharacterSet(std::shared_ptr<Storage> storage);
+  // The set, made this value's own and changeable first when it is shared or frozen.
+  Storage& mutableStorage();
+
+  std::shared_ptr<Storage> storage_;
 };
 
 namespace zt {
@@ -69,6 +68,6 @@ namespace zt {
 // and the joiners and selectors that build emoji sequences (U+200D, U+20E3, U+FE0F, tag
 // characters). The digits, "#" and "*", which carry the Emoji property only for keycap
 // sequences, are not in the set. Built once per process.
-const ZTCharacterSet& emojiCharacterSet();
+ZT_API const ZTCharacterSet& emojiCharacterSet();
 
 }  // namespace zt

@@ -12,12 +12,14 @@
 #include <vector>
 
 #include "zentrel/platform/error.h"
+#include "zentrel/platform/export.h"
 
 namespace zt {
 
 // The gzip-compressed bytes. Empty input is returned unchanged (empty, not an empty gzip file).
 // nullopt, with a ZTCocoaErrorDomain error that carries zlib's message, when zlib cannot set up or
 // run the compression (out of memory).
-std::optional<std::vector<std::uint8_t>> gzipDeflate(std::span<const std::uint8_t> data, ZTError* error = nullptr);
+[[nodiscard]] ZT_API std::optional<std::vector<std::uint8_t>> gzipDeflate(std::span<const std::uint8_t> data,
+                                                                        ZTError* error = nullptr);
 
 }  // namespace zt

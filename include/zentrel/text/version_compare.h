@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "zentrel/platform/export.h"
+
 namespace zt {
 
 // Reads up to four integers from each version, skipping "." and every character of
@@ -16,8 +18,8 @@ namespace zt {
 // missing parts are 0. The parts are compared in order and the first difference decides:
 // less means the first version is the older one. "1.2" and "1.2.0" are equivalent; "1.10" is
 // greater than "1.9".
-std::strong_ordering compareVersion(std::string_view version, std::string_view otherVersion,
-                                    std::string_view additionalCharactersToBeSkipped = {});
+ZT_API std::strong_ordering compareVersion(std::string_view version, std::string_view otherVersion,
+                                           std::string_view additionalCharactersToBeSkipped = {});
 inline std::strong_ordering compareToVersion(std::string_view version, std::string_view otherVersion,
                                              std::string_view additionalCharactersToBeSkipped = {}) {
   return compareVersion(version, otherVersion, additionalCharactersToBeSkipped);
@@ -25,6 +27,6 @@ inline std::strong_ordering compareToVersion(std::string_view version, std::stri
 
 // "major.minor" of a version: "" gives "0"; "3" gives "3.0"; "3." and "3..1" give "3.0"; "3.1.4"
 // gives "3.1"; "3.1" stays "3.1".
-std::string twoNumberVersionFromVersion(std::string_view version);
+ZT_API std::string twoNumberVersionFromVersion(std::string_view version);
 
 }  // namespace zt

@@ -1,9 +1,13 @@
 #pragma once
-// Conversions between the UTF-8 text of the interface and ICU's UTF-16 strings.
+// Conversions between the UTF-8 text of the interface and ICU's UTF-16 strings, for the areas
+// that hand text to ICU (text and typesetting). Counting UTF-16 units without ICU is
+// zt::utf16Length (zentrel/platform/utf16.h).
 
 #include <unicode/unistr.h>
+#include <unicode/utf16.h>
 
 #include <climits>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -26,9 +30,6 @@ inline std::string toUTF8(const icu::UnicodeString& text) {
   text.toUTF8String(out);
   return out;
 }
-
-// Number of UTF-16 code units of a UTF-8 text; invalid sequences count as one U+FFFD each.
-std::size_t utf16Length(std::string_view text);
 
 // Moves a UTF-16 cut position so that it does not fall between the two halves of a surrogate
 // pair: towards the start when `towardsStart`, else towards the end.

@@ -13,19 +13,23 @@
 
 #include "zentrel/geometry/rect.h"
 #include "zentrel/platform/error.h"
+#include "zentrel/platform/export.h"
 
+// cairo's font face, declared here as cairo.h declares it, so that including this header does not
+// need cairo's include path.
 typedef struct _cairo_font_face cairo_font_face_t;
 
-class ZTFont {
+class ZT_API ZTFont {
  public:
   // The font fontconfig matches best for `family`, which may be a family name ("DejaVu Sans"), a
   // generic one ("sans-serif", "monospace") or a full fontconfig pattern ("DejaVu Sans:bold").
   // fontconfig falls back to its default font for a family it does not know; familyName() says
   // which one was chosen. nullptr, with a ZTCocoaErrorDomain error, when the size is not a
   // positive finite number, when fontconfig finds no font at all or the font file cannot be read.
-  static std::shared_ptr<ZTFont> create(std::string_view family, double pointSize, ZTError* error = nullptr);
+  [[nodiscard]] static std::shared_ptr<ZTFont> create(std::string_view family, double pointSize,
+                                                      ZTError* error = nullptr);
   // The desktop's user-interface font (fontconfig's "sans-serif") at the size.
-  static std::shared_ptr<ZTFont> systemFontOfSize(double pointSize, ZTError* error = nullptr);
+  [[nodiscard]] static std::shared_ptr<ZTFont> systemFontOfSize(double pointSize, ZTError* error = nullptr);
 
   ~ZTFont();
   ZTFont(const ZTFont&) = delete;
@@ -50,10 +54,12 @@ class ZTFont {
   // For drawing: the cairo face of this font (owned by the font; add a reference to keep it).
   cairo_font_face_t* cairoFontFace() const;
 
-  struct Impl;
-  const Impl& impl() const { return *impl_; }
-
  private:
+  // The FreeType, HarfBuzz and cairo objects behind the font. The layout and drawing code of this
+  // library reaches them through ZTFontAccess (src/typesetting/internal/font_impl.h).
+  struct Impl;
+  friend struct ZTFontAccess;
+
   explicit ZTFont(std::unique_ptr<Impl> impl);
   std::unique_ptr<Impl> impl_;
 };

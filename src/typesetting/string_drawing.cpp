@@ -1,15 +1,21 @@
-#include "zentrel/text/string_drawing.h"
+#include "zentrel/typesetting/string_drawing.h"
 
+#include <cairo.h>
 #include <unicode/brkiter.h>
+#include <unicode/locid.h>
+#include <unicode/uchar.h>
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <memory>
+#include <string>
+#include <string_view>
 #include <vector>
 
-#include "text/internal/font_impl.h"
-#include "text/internal/unicode.h"
+#include "text/internal/unicode.h"  // the text area's UTF-8 <-> ICU conversions (inline, ICU only)
+#include "typesetting/internal/font_impl.h"
 #include "zentrel/text/string_utilities.h"
 
 namespace zt {

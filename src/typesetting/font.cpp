@@ -1,39 +1,55 @@
-#include "zentrel/text/font.h"
+#include "zentrel/typesetting/font.h"
 
 #include <cairo-ft.h>
 #include <fontconfig/fontconfig.h>
 #include <ft2build.h>
 
+#include <algorithm>
 #include <cmath>
-#include <mutex>
+#include <string>
 #include FT_FREETYPE_H
 
-#include "text/internal/font_impl.h"
+#include "typesetting/internal/font_impl.h"
+#include "zentrel/platform/mutex.h"
+#include "zentrel/platform/value.h"
 
 namespace {
 
-// FreeType's library object is not thread-safe for creating and destroying faces: every such call
-// goes through this lock.
-std::mutex& freeTypeMutex() {
-  static std::mutex mutex;
-  return mutex;
-}
+// FreeType's library object, which is not thread-safe for creating and destroying faces: every
+// such call goes through its lock. Never destroyed, as cairo may release a face at any time up to
+// the end of the process.
+class FreeTypeLibrary {
+ public:
+  static FreeTypeLibrary& shared() {
+    static FreeTypeLibrary* const library = new FreeTypeLibrary;
+    return *library;
+  }
 
-FT_Library freeTypeLibrary() {
-  static FT_Library library = [] {
-    FT_Library created = nullptr;
-    if (FT_Init_FreeType(&created) != 0) created = nullptr;
-    return created;
-  }();
-  return library;
-}
+  // A face of the font file, or nullptr when FreeType cannot read it.
+  FT_Face openFace(const std::string& path, int index) ZT_EXCLUDES(mutex_) {
+    ZTLockGuard lock(mutex_);
+    FT_Face face = nullptr;
+    if (!library_ || FT_New_Face(library_, path.c_str(), index, &face) != 0) return nullptr;
+    return face;
+  }
+
+  void closeFace(FT_Face face) ZT_EXCLUDES(mutex_) {
+    ZTLockGuard lock(mutex_);
+    FT_Done_Face(face);
+  }
+
+ private:
+  FreeTypeLibrary() {
+    if (FT_Init_FreeType(&library_) != 0) library_ = nullptr;
+  }
+
+  ZTMutex mutex_;
+  FT_Library library_ ZT_GUARDED_BY(mutex_) = nullptr;
+};
 
 const cairo_user_data_key_t kFaceKey{};
 
-void releaseFreeTypeFace(void* face) {
-  std::lock_guard lock(freeTypeMutex());
-  FT_Done_Face(static_cast<FT_Face>(face));
-}
+void releaseFreeTypeFace(void* face) { FreeTypeLibrary::shared().closeFace(static_cast<FT_Face>(face)); }
 
 std::shared_ptr<ZTFont> failure(ZTError* error, const std::string& message) {
   ZTValue info = ZTValue::dictionary();
@@ -81,14 +97,8 @@ std::shared_ptr<ZTFont> ZTFont::create(std::string_view family, double pointSize
   FcPatternGetInteger(match, FC_INDEX, 0, &index);
   FcPatternDestroy(match);
 
-  FT_Face face = nullptr;
-  {
-    std::lock_guard lock(freeTypeMutex());
-    FT_Library library = freeTypeLibrary();
-    if (!library || FT_New_Face(library, impl->path.c_str(), index, &face) != 0) {
-      return failure(error, "The font file \"" + impl->path + "\" could not be read.");
-    }
-  }
+  FT_Face face = FreeTypeLibrary::shared().openFace(impl->path, index);
+  if (!face) return failure(error, "The font file \"" + impl->path + "\" could not be read.");
   const double unitsPerEm = face->units_per_EM ? face->units_per_EM : 1000.0;
   impl->size = pointSize;
   impl->scale = pointSize / unitsPerEm;
@@ -142,7 +152,7 @@ namespace zt::internal {
 
 double shape(const ZTFont& font, std::string_view text, std::vector<ShapedGlyph>* glyphs) {
   if (text.empty()) return 0;
-  const ZTFont::Impl& impl = font.impl();
+  const auto& impl = ZTFontAccess::impl(font);
   hb_buffer_t* buffer = hb_buffer_create();
   // HarfBuzz takes int lengths: a longer line is measured in pieces.
   double width = 0;

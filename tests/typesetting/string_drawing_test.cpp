@@ -1,4 +1,4 @@
-#include "zentrel/text/string_drawing.h"
+#include "zentrel/typesetting/string_drawing.h"
 
 #include <cairo.h>
 #include <gtest/gtest.h>
@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "zentrel/platform/utf16.h"
 #include "zentrel/text/character_set.h"
 #include "zentrel/text/string_utilities.h"
 
@@ -29,14 +30,7 @@ double widthOf(const std::string& text, const std::shared_ptr<ZTFont>& font) {
   return ztSizeWithFont(text, font).width;
 }
 
-std::size_t utf16Units(const std::string& text) {
-  std::size_t units = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    if ((c & 0xC0) != 0x80) units += c >= 0xF0 ? 2 : 1;
-  }
-  return units;
-}
+std::size_t utf16Units(const std::string& text) { return zt::utf16Length(text); }
 
 TEST(Font, FoundThroughFontconfigWithMetrics) {
   auto font = testFont(12);

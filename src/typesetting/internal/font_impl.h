@@ -8,7 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "zentrel/text/font.h"
+#include "zentrel/geometry/rect.h"
+#include "zentrel/typesetting/font.h"
 
 struct ZTFont::Impl {
   std::string family;
@@ -29,6 +30,11 @@ struct ZTFont::Impl {
     if (hbFont) hb_font_destroy(hbFont);
     if (cairoFace) cairo_font_face_destroy(cairoFace);
   }
+};
+
+// The private side of a font, for the code of this area.
+struct ZTFontAccess {
+  static const ZTFont::Impl& impl(const ZTFont& font) { return *font.impl_; }
 };
 
 namespace zt::internal {

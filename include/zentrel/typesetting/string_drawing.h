@@ -14,17 +14,18 @@
 // Stateless; may be called from any thread (each call its own cairo context: cairo contexts are
 // not thread-safe). Invalid UTF-8 is measured and drawn as U+FFFD.
 
-// The caller's cairo context; declared here as cairo.h declares it, so that including this header
-// does not need cairo's include path.
-typedef struct _cairo cairo_t;
-
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "zentrel/geometry/point.h"
 #include "zentrel/geometry/rect.h"
-#include "zentrel/text/font.h"
+#include "zentrel/platform/export.h"
+#include "zentrel/typesetting/font.h"
+
+// The caller's cairo context; declared here as cairo.h declares it, so that including this header
+// does not need cairo's include path.
+typedef struct _cairo cairo_t;
 
 // The values of the desktop platform's paragraph styles: 4 is tail, 5 is middle truncation.
 enum class ZTLineBreakMode : int {
@@ -43,15 +44,15 @@ namespace zt {
 
 // The size of the text laid out without a width limit: the widest paragraph by the number of
 // paragraphs times the font's line height. The empty text is 0 x 0.
-ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font);
+ZT_API ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font);
 // Laid out with word wrapping within size.width; only the lines that fit within size.height are
 // counted (always at least one).
-ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, ZTSize constrainedToSize);
+ZT_API ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, ZTSize constrainedToSize);
 // The first line only, laid out in the mode within `width`.
-ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, double forWidth,
-                      ZTLineBreakMode lineBreakMode);
-ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, ZTSize constrainedToSize,
-                      ZTLineBreakMode lineBreakMode);
+ZT_API ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, double forWidth,
+                             ZTLineBreakMode lineBreakMode);
+ZT_API ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, ZTSize constrainedToSize,
+                             ZTLineBreakMode lineBreakMode);
 
 // Draws the text into the caller's cairo context, inside the rectangle (user-space units = points,
 // y growing downwards, the first baseline one ascender below the rectangle's top), with the
@@ -60,8 +61,8 @@ ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font
 // and then nothing is clipped. The context's state is restored afterwards. Answers the size of
 // what was drawn. A null context, a context already in an error state, or a rectangle with a NaN
 // or an infinite origin draws nothing and answers 0 x 0.
-ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const std::shared_ptr<ZTFont>& font,
-                    ZTLineBreakMode lineBreakMode, ZTTextAlignment alignment = ZTTextAlignment::Left);
+ZT_API ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const std::shared_ptr<ZTFont>& font,
+                           ZTLineBreakMode lineBreakMode, ZTTextAlignment alignment = ZTTextAlignment::Left);
 
 // A one-line text shortened to a width in points, as measured by ztSizeWithFont.
 // - A negative width or a null font: shortStringWithMaxLength with the width as a whole number.
@@ -76,7 +77,7 @@ ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const 
 //   less than half a bounding-box width.
 // - Other modes, and a text that fits, are returned unchanged.
 // Cuts never split a surrogate pair.
-std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBreakMode lineBreakMode,
-                                 const std::shared_ptr<ZTFont>& font);
+ZT_API std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBreakMode lineBreakMode,
+                                        const std::shared_ptr<ZTFont>& font);
 
 }  // namespace zt
