@@ -193,17 +193,15 @@ class ZTProxyDelegate : public Protocol {
   // Whether the delegate would be called for the method: not muted for it, and required by the
   // protocol or declared by the delegate.
   bool delegateRespondsToSelector(const DelegatePtr& delegate, ZTSelector selector) const {
-    if (!delegate) return false;
-    auto muted = ignoredSelectors_.find(std::weak_ptr<Protocol>(delegate));
-    if (muted != ignoredSelectors_.end() && muted->second.count(selector)) return false;
-    return Protocol::protocol().isRequiredSelector(selector) || delegate->respondsToSelector(selector);
+    return delegateResponds(delegate, selector, Protocol::protocol().isRequiredSelector(selector));
   }
 
   // True when forwarding is on and any live delegate responds to the method.
   bool respondsToSelector(ZTSelector selector) const override {
     if (!forwardsInvocations_) return false;
+    const bool required = Protocol::protocol().isRequiredSelector(selector);
     for (const auto& weak : delegateValues_)
-      if (delegateRespondsToSelector(weak.lock(), selector)) return true;
+      if (delegateResponds(weak.lock(), selector, required)) return true;
     return false;
   }
 
@@ -232,10 +230,11 @@ class ZTProxyDelegate : public Protocol {
     if (mainDelegate_.expired() && Protocol::protocol().containsSelector(selector)) return R();
 
     const std::vector<DelegatePtr> delegates = liveDelegates();
+    const bool required = Protocol::protocol().isRequiredSelector(selector);
     bool called = false;
     if constexpr (std::is_void_v<R>) {
       for (const DelegatePtr& delegate : delegates) {
-        if (C* target = respondingTarget<C>(delegate, selector)) {
+        if (C* target = respondingTarget<C>(delegate, selector, required)) {
           std::invoke(Method, *target, args...);
           called = true;
         }
@@ -244,7 +243,7 @@ class ZTProxyDelegate : public Protocol {
     } else {
       R result{};
       for (const DelegatePtr& delegate : delegates) {
-        if (C* target = respondingTarget<C>(delegate, selector)) {
+        if (C* target = respondingTarget<C>(delegate, selector, required)) {
           result = std::invoke(Method, *target, args...);
           called = true;
         }
@@ -279,10 +278,18 @@ class ZTProxyDelegate : public Protocol {
     return nullptr;
   }
   template <class C>
-  C* respondingTarget(const DelegatePtr& delegate, ZTSelector selector) const {
-    if (!delegateRespondsToSelector(delegate, selector)) return nullptr;
+  C* respondingTarget(const DelegatePtr& delegate, ZTSelector selector, bool required) const {
+    if (!delegateResponds(delegate, selector, required)) return nullptr;
     if constexpr (std::is_convertible_v<Protocol*, C*>) return delegate.get();
     else return dynamic_cast<C*>(delegate.get());
+  }
+  // delegateRespondsToSelector with the protocol's answer (required or not) looked up by the caller,
+  // once for all delegates.
+  bool delegateResponds(const DelegatePtr& delegate, ZTSelector selector, bool required) const {
+    if (!delegate) return false;
+    auto muted = ignoredSelectors_.find(std::weak_ptr<Protocol>(delegate));
+    if (muted != ignoredSelectors_.end() && muted->second.count(selector)) return false;
+    return required || delegate->respondsToSelector(selector);
   }
   [[noreturn]] void throwUnrecognized(ZTSelector selector) const {
     throw ZTInternalInconsistencyException(ZTDebugClassNameForObject(this) + ": no delegate responds to " +
