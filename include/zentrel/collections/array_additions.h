@@ -21,7 +21,7 @@
 
 #include "zentrel/collections/comparison.h"
 #include "zentrel/collections/copying.h"
-#include "zentrel/collections/detail/object_traits.h"
+#include "zentrel/collections/internal/object_traits.h"
 #include "zentrel/platform/not_found.h"
 #include "zentrel/platform/exceptions.h"
 

@@ -20,7 +20,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "zentrel/collections/detail/object_traits.h"
+#include "zentrel/collections/internal/object_traits.h"
 #include "zentrel/platform/not_found.h"
 #include "zentrel/platform/debug_name.h"
 

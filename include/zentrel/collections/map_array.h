@@ -31,7 +31,7 @@
 
 #include "zentrel/collections/array_additions.h"
 #include "zentrel/collections/comparison.h"
-#include "zentrel/collections/detail/object_traits.h"
+#include "zentrel/collections/internal/object_traits.h"
 #include "zentrel/platform/not_found.h"
 #include "zentrel/platform/exceptions.h"
 

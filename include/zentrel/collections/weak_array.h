@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "zentrel/collections/detail/object_traits.h"
+#include "zentrel/collections/internal/object_traits.h"
 #include "zentrel/platform/not_found.h"
 #include "zentrel/platform/exceptions.h"
 
