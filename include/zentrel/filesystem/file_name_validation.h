@@ -9,7 +9,7 @@
 //  - begins with ".": "File name cannot be started with dot";
 //  - contains a forbidden character (compared ignoring case): "The name “<name>” cannot be used
 //    because of <character> character".
-// Pure functions; any thread. Invalid UTF-8 is counted with each bad byte as one U+FFFD.
+// Pure functions; any thread. Invalid UTF-8 counts as one U+FFFD per maximal ill-formed sequence.
 
 #include <optional>
 #include <string>
