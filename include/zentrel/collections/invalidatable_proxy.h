@@ -18,9 +18,10 @@
 #include <utility>
 
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/export.h"
 
 // A call through a ZTInvalidatableProxy that was invalidated or never had an object.
-class ZTInvalidatedProxyException : public ZTInternalInconsistencyException {
+class ZT_API ZTInvalidatedProxyException : public ZTInternalInconsistencyException {
  public:
   using ZTInternalInconsistencyException::ZTInternalInconsistencyException;
 };

@@ -15,8 +15,10 @@
 #include <string>
 #include <string_view>
 
+#include "zentrel/platform/export.h"
+
 // Validates with "/" as the only forbidden character.
-std::optional<std::string> ZTValidateLocalFileName(std::string_view name);
+ZT_API std::optional<std::string> ZTValidateLocalFileName(std::string_view name);
 // forbiddenCharacters holds the forbidden characters as UTF-8 text; nullopt forbids none.
-std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
+ZT_API std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
     std::string_view name, const std::optional<std::string>& forbiddenCharacters);

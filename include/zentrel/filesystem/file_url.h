@@ -9,7 +9,9 @@
 #include <string>
 #include <string_view>
 
-class ZTFileURL {
+#include "zentrel/platform/export.h"
+
+class ZT_API ZTFileURL {
  public:
   ZTFileURL() = default;
 
