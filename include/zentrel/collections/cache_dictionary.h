@@ -54,7 +54,7 @@ class ZTCacheDictionary {
   using ObjectPtr = std::shared_ptr<Value>;
   using Delegate = ZTCacheDictionaryDelegate<Key, Value>;
 
-  static std::shared_ptr<ZTCacheDictionary> create() { return std::make_shared<ZTCacheDictionary>(); }
+  [[nodiscard]] static std::shared_ptr<ZTCacheDictionary> create() { return std::make_shared<ZTCacheDictionary>(); }
 
   ZTCacheDictionary() = default;
   ZTCacheDictionary(const ZTCacheDictionary&) = delete;

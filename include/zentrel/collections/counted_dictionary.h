@@ -29,7 +29,7 @@ struct ZTCountedDictionaryEntry {
   Value object;
   std::size_t count = 0;
 
-  static ZTCountedDictionaryEntry countedDictionaryEntryForObject(Value object, std::size_t count) {
+  [[nodiscard]] static ZTCountedDictionaryEntry countedDictionaryEntryForObject(Value object, std::size_t count) {
     return {std::move(object), count};
   }
 };
@@ -90,7 +90,7 @@ class ZTCountedDictionary {
     return found == dictionary_.end() ? ZTNotFound : found->second.count;
   }
   // The new count, or ZTNotFound (and nothing created) when the key is absent.
-  std::size_t increaseCountForObjectForKey(const Key& key) {
+  [[nodiscard]] std::size_t increaseCountForObjectForKey(const Key& key) {
     auto found = dictionary_.find(key);
     if (found == dictionary_.end()) return ZTNotFound;
     return ++found->second.count;

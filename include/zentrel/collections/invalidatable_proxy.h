@@ -31,7 +31,7 @@ template <class T>
 class ZTInvalidatableProxy {
  public:
   explicit ZTInvalidatableProxy(std::shared_ptr<T> object) : object_(std::move(object)) {}
-  static std::shared_ptr<ZTInvalidatableProxy> create(std::shared_ptr<T> object) {
+  [[nodiscard]] static std::shared_ptr<ZTInvalidatableProxy> create(std::shared_ptr<T> object) {
     return std::make_shared<ZTInvalidatableProxy>(std::move(object));
   }
 

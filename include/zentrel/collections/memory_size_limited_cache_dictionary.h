@@ -36,7 +36,8 @@ class ZTMemorySizeLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> 
   using typename Base::ObjectPtr;
   using ObjectSizeBlock = std::function<std::uint64_t(const Value& object)>;
 
-  static std::shared_ptr<ZTMemorySizeLimitedCacheDictionary> create(std::uint64_t limit, ObjectSizeBlock objectSizeBlock) {
+  [[nodiscard]] static std::shared_ptr<ZTMemorySizeLimitedCacheDictionary> create(std::uint64_t limit,
+                                                                                 ObjectSizeBlock objectSizeBlock) {
     return std::make_shared<ZTMemorySizeLimitedCacheDictionary>(limit, std::move(objectSizeBlock));
   }
   ZTMemorySizeLimitedCacheDictionary(std::uint64_t limit, ObjectSizeBlock objectSizeBlock)

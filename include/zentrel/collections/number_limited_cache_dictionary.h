@@ -26,7 +26,7 @@ class ZTNumberLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> {
  public:
   using typename Base::ObjectPtr;
 
-  static std::shared_ptr<ZTNumberLimitedCacheDictionary> create(std::size_t limit) {
+  [[nodiscard]] static std::shared_ptr<ZTNumberLimitedCacheDictionary> create(std::size_t limit) {
     return std::make_shared<ZTNumberLimitedCacheDictionary>(limit);
   }
   explicit ZTNumberLimitedCacheDictionary(std::size_t limit) : limit_(limit) {}

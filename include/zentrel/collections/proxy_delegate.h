@@ -91,7 +91,7 @@ class ZTProxyDelegate : public Protocol {
   // nullptr when no delegate was accepted. Extra arguments go to Proxy's constructor.
   template <class Proxy, class U, class... ProxyArgs>
     requires std::derived_from<Proxy, ZTProxyDelegate>
-  static std::shared_ptr<Proxy> create(const std::vector<std::shared_ptr<U>>& delegates, ProxyArgs&&... proxyArgs) {
+  [[nodiscard]] static std::shared_ptr<Proxy> create(const std::vector<std::shared_ptr<U>>& delegates, ProxyArgs&&... proxyArgs) {
     auto proxy = std::make_shared<Proxy>(std::forward<ProxyArgs>(proxyArgs)...);
     ZTProxyDelegate& base = *proxy;
     base.addDelegatesFromArray(delegates);
@@ -102,7 +102,7 @@ class ZTProxyDelegate : public Protocol {
   }
   template <class Proxy, class... ProxyArgs>
     requires std::derived_from<Proxy, ZTProxyDelegate>
-  static std::shared_ptr<Proxy> create(std::initializer_list<DelegatePtr> delegates, ProxyArgs&&... proxyArgs) {
+  [[nodiscard]] static std::shared_ptr<Proxy> create(std::initializer_list<DelegatePtr> delegates, ProxyArgs&&... proxyArgs) {
     return create<Proxy>(std::vector<DelegatePtr>(delegates), std::forward<ProxyArgs>(proxyArgs)...);
   }
 

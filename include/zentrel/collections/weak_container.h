@@ -11,7 +11,7 @@ class ZTWeakContainer {
  public:
   ZTWeakContainer() = default;
   explicit ZTWeakContainer(const std::shared_ptr<T>& object) : object_(object) {}
-  static std::shared_ptr<ZTWeakContainer> create(const std::shared_ptr<T>& object) {
+  [[nodiscard]] static std::shared_ptr<ZTWeakContainer> create(const std::shared_ptr<T>& object) {
     return std::make_shared<ZTWeakContainer>(object);
   }
 

@@ -18,7 +18,7 @@
 #include "zentrel/platform/export.h"
 
 // Validates with "/" as the only forbidden character.
-ZT_API std::optional<std::string> ZTValidateLocalFileName(std::string_view name);
+[[nodiscard]] ZT_API std::optional<std::string> ZTValidateLocalFileName(std::string_view name);
 // forbiddenCharacters holds the forbidden characters as UTF-8 text; nullopt forbids none.
-ZT_API std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
+[[nodiscard]] ZT_API std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
     std::string_view name, const std::optional<std::string>& forbiddenCharacters);

@@ -13,13 +13,13 @@
 // directory means the temporary folder, an empty suffix means none. When the file cannot be
 // created the line "*** WARNING ZTTempName: can't create file at path <template>" is logged and the
 // template is returned as it stands (nothing is deleted). The creation's descriptor stays open (close-on-exec).
-ZT_API std::string ZTTempName(std::string_view directory, std::string_view suffix);
+[[nodiscard]] ZT_API std::string ZTTempName(std::string_view directory, std::string_view suffix);
 // "<temporary folder>/<new UUID>" plus "." and the extension when it is not empty. Creates nothing.
-ZT_API std::string ZTTemporaryFilePathWithExtension(std::string_view extension);
+[[nodiscard]] ZT_API std::string ZTTemporaryFilePathWithExtension(std::string_view extension);
 // "<temporary folder>/<new UUID>/<fileName>"; the UUID folder is created (errors ignored) when
 // createDirectory is true. nullopt when fileName is nullopt.
-ZT_API std::optional<std::string> ZTPathToTemporaryUniqueDirectoryWithFileNamedInside(
+[[nodiscard]] ZT_API std::optional<std::string> ZTPathToTemporaryUniqueDirectoryWithFileNamedInside(
     const std::optional<std::string>& fileName, bool createDirectory);
 // The same as a (non-folder) file URL.
-ZT_API std::optional<ZTFileURL> ZTURLToTemporaryUniqueDirectoryWithFileNamedInside(const std::optional<std::string>& fileName,
+[[nodiscard]] ZT_API std::optional<ZTFileURL> ZTURLToTemporaryUniqueDirectoryWithFileNamedInside(const std::optional<std::string>& fileName,
                                                                             bool createDirectory);
