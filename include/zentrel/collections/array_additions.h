@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,8 +23,8 @@
 #include "zentrel/collections/comparison.h"
 #include "zentrel/collections/copying.h"
 #include "zentrel/collections/internal/object_traits.h"
-#include "zentrel/platform/not_found.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/not_found.h"
 
 namespace zt {
 

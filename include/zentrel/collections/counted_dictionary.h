@@ -21,8 +21,8 @@
 #include <utility>
 
 #include "zentrel/collections/internal/object_traits.h"
-#include "zentrel/platform/not_found.h"
 #include "zentrel/platform/debug_name.h"
+#include "zentrel/platform/not_found.h"
 
 template <class Value>
 struct ZTCountedDictionaryEntry {

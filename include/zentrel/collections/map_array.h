@@ -21,10 +21,12 @@
 // Threads: none. A map array is a value like std::vector; the owner serialises access.
 
 #include <algorithm>
+#include <concepts>
 #include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -32,8 +34,8 @@
 #include "zentrel/collections/array_additions.h"
 #include "zentrel/collections/comparison.h"
 #include "zentrel/collections/internal/object_traits.h"
-#include "zentrel/platform/not_found.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/not_found.h"
 
 template <class T, class Key = T, class Hash = std::hash<Key>, class KeyEqual = std::equal_to<Key>>
 class ZTMapArray {

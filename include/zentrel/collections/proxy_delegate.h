@@ -37,9 +37,10 @@
 #include <algorithm>
 #include <concepts>
 #include <functional>
+#include <initializer_list>
 #include <map>
-#include <optional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <unordered_set>

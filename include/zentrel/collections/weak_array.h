@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "zentrel/collections/internal/object_traits.h"
-#include "zentrel/platform/not_found.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/not_found.h"
 
 template <class T>
 class ZTWeakArray {

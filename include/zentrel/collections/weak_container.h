@@ -4,7 +4,6 @@
 // null once it has died. Threads: a container may be read from several threads at once.
 
 #include <memory>
-#include <utility>
 
 template <class T>
 class ZTWeakContainer {
