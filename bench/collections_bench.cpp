@@ -2,7 +2,10 @@
 //   - ZTMapArray lookup by key vs a linear search of a std::vector, at 10, 1,000 and 100,000 items;
 //   - the number-limited and memory-size-limited caches (refreshing reads, evicting stores) vs a plain
 //     std::list + std::unordered_map LRU cache without locking, at 1,000 and 100,000 entries, so that
-//     a cost growing with the number of entries would show.
+//     a cost growing with the number of entries would show;
+//   - a ZTProxyDelegate call fanned out to four delegates (two implement the optional method, one has
+//     it muted) vs a hand-written loop over the same delegates with a flag per delegate, and a
+//     selector set lookup (how muted methods are found) vs a set of plain pointers.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -12,11 +15,13 @@
 #include <random>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "zentrel/collections/map_array.h"
 #include "zentrel/collections/memory_size_limited_cache_dictionary.h"
 #include "zentrel/collections/number_limited_cache_dictionary.h"
+#include "zentrel/collections/proxy_delegate.h"
 
 namespace {
 
@@ -183,6 +188,110 @@ void MemorySizeLimitedCacheEvictingStore(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(MemorySizeLimitedCacheEvictingStore)->Arg(1000)->Arg(100000);
+
+// A delegate interface of the usual shape: required methods, several optional ones.
+class TransferDelegate : public virtual ZTDelegateProtocol {
+ public:
+  virtual void transferDidStart(int id) = 0;
+  virtual void transferDidFinish(int id) = 0;
+  virtual void transferDidFail(int, int) {}
+  virtual void transferDidPause(int) {}
+  virtual bool transferShouldRetry(int) { return false; }
+  virtual void transferDidProgress(int, double) {}
+
+  static const ZTProtocol& protocol() {
+    static const ZTProtocol description(
+        "TransferDelegate",
+        {ZTSelectorOf<&TransferDelegate::transferDidStart>, ZTSelectorOf<&TransferDelegate::transferDidFinish>},
+        {ZTSelectorOf<&TransferDelegate::transferDidFail>, ZTSelectorOf<&TransferDelegate::transferDidPause>,
+         ZTSelectorOf<&TransferDelegate::transferShouldRetry>, ZTSelectorOf<&TransferDelegate::transferDidProgress>});
+    return description;
+  }
+};
+
+class TransferDelegateProxy final : public ZTProxyDelegate<TransferDelegate> {
+ public:
+  void transferDidStart(int id) override { forward<&TransferDelegate::transferDidStart>(id); }
+  void transferDidFinish(int id) override { forward<&TransferDelegate::transferDidFinish>(id); }
+  void transferDidFail(int id, int code) override { forward<&TransferDelegate::transferDidFail>(id, code); }
+  void transferDidPause(int id) override { forward<&TransferDelegate::transferDidPause>(id); }
+  bool transferShouldRetry(int id) override { return forward<&TransferDelegate::transferShouldRetry>(id); }
+  void transferDidProgress(int id, double fraction) override {
+    forward<&TransferDelegate::transferDidProgress>(id, fraction);
+  }
+};
+
+class ProgressCounter final : public TransferDelegate {
+ public:
+  explicit ProgressCounter(bool wantsProgress) : wantsProgress_(wantsProgress) {
+    if (wantsProgress) declareImplementedSelectors({ZTSelectorOf<&TransferDelegate::transferDidProgress>});
+  }
+  bool wantsProgress() const { return wantsProgress_; }
+  void transferDidStart(int) override {}
+  void transferDidFinish(int) override {}
+  void transferDidProgress(int, double fraction) override { sum_ += fraction; }
+  double sum() const { return sum_; }
+
+ private:
+  bool wantsProgress_;
+  double sum_ = 0;
+};
+
+std::vector<std::shared_ptr<ProgressCounter>> progressCounters() {
+  return {std::make_shared<ProgressCounter>(true), std::make_shared<ProgressCounter>(false),
+          std::make_shared<ProgressCounter>(true), std::make_shared<ProgressCounter>(true)};
+}
+
+void ProxyForwardOptionalMethod(benchmark::State& state) {
+  const auto delegates = progressCounters();
+  auto proxy = ZTProxyDelegate<TransferDelegate>::create<TransferDelegateProxy>(delegates);
+  proxy->ignoreDelegateMethodCalls(ZTSelectorOf<&TransferDelegate::transferDidProgress>, delegates[3]);
+  for (auto _ : state) proxy->transferDidProgress(1, 0.5);
+  benchmark::DoNotOptimize(delegates[0]->sum());
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(ProxyForwardOptionalMethod);
+
+// The peer: the same four delegates called from a loop that already knows which ones to call.
+void BaselineHandWrittenFanOut(benchmark::State& state) {
+  const auto delegates = progressCounters();
+  const std::vector<std::weak_ptr<TransferDelegate>> weak(delegates.begin(), delegates.end());
+  const std::vector<bool> wanted{true, false, true, false};
+  for (auto _ : state) {
+    for (std::size_t i = 0; i < weak.size(); ++i)
+      if (wanted[i])
+        if (auto delegate = weak[i].lock()) delegate->transferDidProgress(1, 0.5);
+  }
+  benchmark::DoNotOptimize(delegates[0]->sum());
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BaselineHandWrittenFanOut);
+
+std::vector<ZTSelector> transferSelectors() {
+  return {ZTSelectorOf<&TransferDelegate::transferDidStart>,    ZTSelectorOf<&TransferDelegate::transferDidFinish>,
+          ZTSelectorOf<&TransferDelegate::transferDidFail>,     ZTSelectorOf<&TransferDelegate::transferDidPause>,
+          ZTSelectorOf<&TransferDelegate::transferShouldRetry>, ZTSelectorOf<&TransferDelegate::transferDidProgress>};
+}
+
+// Half the probes hit (the first three selectors are in the set), half miss.
+void SelectorSetLookup(benchmark::State& state) {
+  const auto selectors = transferSelectors();
+  const std::unordered_set<ZTSelector> muted(selectors.begin(), selectors.begin() + 3);
+  std::size_t next = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(muted.count(selectors[next++ % selectors.size()]));
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(SelectorSetLookup);
+
+void BaselinePointerSetLookup(benchmark::State& state) {
+  static const int objects[6] = {};
+  const std::vector<const void*> pointers{&objects[0], &objects[1], &objects[2], &objects[3], &objects[4], &objects[5]};
+  const std::unordered_set<const void*> muted(pointers.begin(), pointers.begin() + 3);
+  std::size_t next = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(muted.count(pointers[next++ % pointers.size()]));
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BaselinePointerSetLookup);
 
 }  // namespace
 

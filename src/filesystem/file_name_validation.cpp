@@ -6,6 +6,7 @@
 
 #include "filesystem/internal/unicode.h"
 #include "zentrel/platform/localization.h"
+#include "zentrel/platform/utf16.h"
 
 namespace {
 
@@ -55,7 +56,7 @@ std::optional<std::string> ZTValidateLocalFileName(std::string_view name) {
 std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
     std::string_view name, const std::optional<std::string>& forbiddenCharacters) {
   if (name.empty() || isBlank(name)) return ZTLocalizedString("Empty name cannot be used");
-  if (zt::fs_internal::utf16Length(name) > kMaximumNameLength) {
+  if (zt::utf16Length(name) > kMaximumNameLength) {
     return ZTLocalizedString("File name exceeds maximum limit of symbols");
   }
   if (name.front() == '.') return ZTLocalizedString("File name cannot be started with dot");

@@ -96,8 +96,8 @@ TEST(ResourceHandle, DisposesBeforeTheResourceGoes) {
 
 TEST(ResourceHandle, RefusesMissingFunctionsAndSurvivesAThrowingDispose) {
   using Handle = ZTResourceHandle<int>;
-  EXPECT_THROW(Handle::create(nullptr, [] {}), ZTInternalInconsistencyException);
-  EXPECT_THROW(Handle::create([] { return 1; }, nullptr), ZTInternalInconsistencyException);
+  EXPECT_THROW((void)Handle::create(nullptr, [] {}), ZTInternalInconsistencyException);
+  EXPECT_THROW((void)Handle::create([] { return 1; }, nullptr), ZTInternalInconsistencyException);
 
   std::vector<std::string> lines;
   ZTSetLogSink([&](std::string_view line) { lines.emplace_back(line); });

@@ -272,4 +272,51 @@ TEST(Protocol, DescribesItsMethods) {
   EXPECT_NE(kFinish.name().find("downloadDidFinish"), std::string_view::npos) << kFinish.name();
 }
 
+// Each shared object that names a method has its own tag for it (with hidden visibility); a tag made
+// here stands for another shared object's copy.
+template <auto Method>
+zt::detail::SelectorTag tagOfAnotherSharedObject{typeid(zt::detail::SelectorFor<Method>),
+                                                 &zt::detail::SelectorFor<Method>::name};
+
+class Overloads {
+ public:
+  virtual ~Overloads() = default;
+  virtual void retry(int) {}
+  virtual void retry(int, int) {}
+};
+
+TEST(Selector, IsTheSameMethodWhicheverSharedObjectMadeIt) {
+  const ZTSelector finish(&tagOfAnotherSharedObject<&DownloadDelegate::downloadDidFinish>);
+  EXPECT_EQ(finish, kFinish);
+  EXPECT_EQ(kFinish, finish);
+  EXPECT_EQ(std::hash<ZTSelector>()(finish), std::hash<ZTSelector>()(kFinish));
+  EXPECT_EQ(finish.name(), kFinish.name());
+  EXPECT_NE(ZTSelector(&tagOfAnotherSharedObject<&DownloadDelegate::downloadRetryDelay>), kFinish);
+  EXPECT_NE(finish, ZTSelector());
+
+  using RetryOnce = void (Overloads::*)(int);
+  using RetryTwice = void (Overloads::*)(int, int);
+  const ZTSelector once(&tagOfAnotherSharedObject<static_cast<RetryOnce>(&Overloads::retry)>);
+  EXPECT_EQ(once, ZTSelectorOf<static_cast<RetryOnce>(&Overloads::retry)>);
+  EXPECT_NE(once, ZTSelectorOf<static_cast<RetryTwice>(&Overloads::retry)>);
+
+  // What a delegate built elsewhere declares is recognised here, and muting works across copies.
+  Journal journal;
+  auto a = std::make_shared<Recorder>("A", journal);
+  auto b = std::make_shared<Recorder>("B", journal);
+  auto proxy = ZTProxyDelegate<DownloadDelegate>::create<DownloadDelegateProxy>({a, b});
+  const ZTSelector progress(&tagOfAnotherSharedObject<&DownloadDelegate::downloadDidProgress>);
+  struct Declaring : Recorder {
+    Declaring(Journal& journal, ZTSelector selector) : Recorder("D", journal) { declareImplementedSelectors({selector}); }
+  };
+  auto declaring = std::make_shared<Declaring>(journal, progress);
+  proxy->addDelegatesFromArray(std::vector<std::shared_ptr<Declaring>>{declaring});
+  EXPECT_TRUE(proxy->respondsToSelector(kProgress));
+  Download download;
+  proxy->downloadDidProgress(download, 0.5);
+  EXPECT_EQ(journal, (Journal{"D.progress?"}));
+  proxy->ignoreDelegateMethodCalls(progress, declaring);
+  EXPECT_FALSE(proxy->respondsToSelector(kProgress));
+}
+
 }  // namespace

@@ -119,9 +119,9 @@ TEST(UniqueName, ParentContextIsPassedThrough) {
 }
 
 TEST(UniqueName, MissingHandlerIsAProgrammingError) {
-  EXPECT_THROW(ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock("a", {}, false, "-", std::nullopt, 1, {}),
+  EXPECT_THROW((void)ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock("a", {}, false, "-", std::nullopt, 1, {}),
                ZTInternalInconsistencyException);
-  EXPECT_THROW(ZTGenerateUniquePathUsingItemExistsBlock("/d/a", false, "-", std::nullopt, 1, {}),
+  EXPECT_THROW((void)ZTGenerateUniquePathUsingItemExistsBlock("/d/a", false, "-", std::nullopt, 1, {}),
                ZTInternalInconsistencyException);
 }
 

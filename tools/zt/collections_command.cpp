@@ -58,7 +58,7 @@ int runCollectionsTour() {
       {{"ada@example.org", "Ada"}, {"grace@example.org", "Grace"}}, [](const Contact& c) { return c.email; });
   if (!contacts) return 1;
   const bool duplicateRefused = !contacts->addObject({"ada@example.org", "Another Ada"});
-  contacts->insertObject({"alan@example.org", "Alan"}, 1);
+  if (!contacts->insertObject({"alan@example.org", "Alan"}, 1)) return 1;
   std::cout << "3. An array of contacts indexed by e-mail: " << contacts->size() << " contacts, grace@example.org at index "
             << contacts->indexForKey("grace@example.org") << " after an insertion before it;\n   adding a second "
             << "ada@example.org was " << (duplicateRefused ? "refused" : "ACCEPTED") << ".\n";

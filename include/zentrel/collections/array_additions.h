@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,9 +22,9 @@
 
 #include "zentrel/collections/comparison.h"
 #include "zentrel/collections/copying.h"
-#include "zentrel/collections/detail/object_traits.h"
-#include "zentrel/platform/not_found.h"
+#include "zentrel/collections/internal/object_traits.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/not_found.h"
 
 namespace zt {
 
@@ -79,7 +80,8 @@ std::size_t indexOfObject(const Sequence& array, const T& object, Comparator com
 // allowDuplicates false an equal element makes it answer ZTNotFound and insert nothing.
 template <class T, class Alloc, class U, class Comparator>
   requires ZTComparatorFor<Comparator, T, std::remove_cvref_t<U>>
-std::size_t insertObject(std::vector<T, Alloc>& array, U&& object, bool allowDuplicates, Comparator comparator) {
+[[nodiscard]] std::size_t insertObject(std::vector<T, Alloc>& array, U&& object, bool allowDuplicates,
+                                       Comparator comparator) {
   const auto [found, index] = detail::probeSorted(array, object, comparator);
   if (found && !allowDuplicates) return ZTNotFound;
   array.insert(array.begin() + static_cast<std::ptrdiff_t>(index), std::forward<U>(object));

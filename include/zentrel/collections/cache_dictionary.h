@@ -15,6 +15,9 @@
 // every public method and both hooks (willSetObject, didSetObject) run under it, so an override
 // may call the cache's own methods, and so may the delegate. The delegate is called with the
 // mutex held: it must not wait for another thread that uses the same cache.
+// For clang's thread-safety analysis the hooks and the protected helpers require mutex(): an override
+// of a hook is declared ZT_REQUIRES(this->mutex()). The analysis does not model taking a recursive
+// lock again, so an override that calls the public methods needs ZT_NO_THREAD_SAFETY_ANALYSIS.
 //
 // Ownership: the cache holds its values strongly and its delegate weakly.
 //
@@ -22,14 +25,14 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/mutex.h"
+#include "zentrel/platform/thread_annotations.h"
 
 template <class Key, class Value>
 class ZTCacheDictionary;
@@ -50,7 +53,7 @@ class ZTCacheDictionary {
   using ObjectPtr = std::shared_ptr<Value>;
   using Delegate = ZTCacheDictionaryDelegate<Key, Value>;
 
-  static std::shared_ptr<ZTCacheDictionary> create() { return std::make_shared<ZTCacheDictionary>(); }
+  [[nodiscard]] static std::shared_ptr<ZTCacheDictionary> create() { return std::make_shared<ZTCacheDictionary>(); }
 
   ZTCacheDictionary() = default;
   ZTCacheDictionary(const ZTCacheDictionary&) = delete;
@@ -58,11 +61,11 @@ class ZTCacheDictionary {
   virtual ~ZTCacheDictionary() = default;
 
   std::shared_ptr<Delegate> delegate() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return delegate_.lock();
   }
   void setDelegate(std::weak_ptr<Delegate> delegate) {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     delegate_ = std::move(delegate);
   }
 
@@ -70,7 +73,7 @@ class ZTCacheDictionary {
   // after the store; the bounded subclasses evict from their hooks.
   void setObject(ObjectPtr object, const Key& key) {
     if (!object) throw ZTInternalInconsistencyException("A cache dictionary cannot store a null object.");
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     pendingCost_ = 0;
     willSetObject(object, key);
     const std::uint64_t cost = std::exchange(pendingCost_, 0);
@@ -87,37 +90,30 @@ class ZTCacheDictionary {
 
   // The object stored under the key, or null. With refreshQueue the key becomes the most recent.
   ObjectPtr objectForKey(const Key& key, bool refreshQueue = true) {
-    std::lock_guard lock(mutex_);
-    auto found = entries_.find(key);
-    if (found == entries_.end()) return nullptr;
-    if (refreshQueue && newest_ != &found->second) {
-      unlink(found->second);
-      linkAsNewest(found->second);
-    }
-    return found->second.object;
+    ZTLockGuard lock(mutex_);
+    return lookUp(key, refreshQueue);
   }
   ObjectPtr operator[](const Key& key) { return objectForKey(key); }
 
   // Removals. The delegate is not told.
   virtual void removeObjectForKey(const Key& key) {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     eraseKey(key);
   }
   virtual void removeAllObjects() {
-    std::lock_guard lock(mutex_);
-    auto removed = std::exchange(entries_, {});
-    oldest_ = newest_ = nullptr;
+    ZTLockGuard lock(mutex_);
+    clearEntries();
   }
   // Removes every entry whose object has no owner besides the cache. Entries that survive keep
   // their place in the recency order. The delegate is not told.
   virtual void removeAllObjectsRetainedOnlyByCache() {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     sweepObjectsRetainedOnlyByCache([](const Key&, const ObjectPtr&, std::uint64_t) {});
   }
 
   // The keys in no particular order.
   std::vector<Key> allKeys() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     std::vector<Key> keys;
     keys.reserve(entries_.size());
     for (const auto& entry : entries_) keys.push_back(entry.first);
@@ -125,14 +121,14 @@ class ZTCacheDictionary {
   }
   // The keys from the least to the most recently used.
   std::vector<Key> keysInRecencyOrder() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     std::vector<Key> keys;
     keys.reserve(entries_.size());
     for (const Entry* entry = oldest_; entry; entry = entry->newer) keys.push_back(*entry->key);
     return keys;
   }
   std::size_t count() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return entries_.size();
   }
 
@@ -140,7 +136,7 @@ class ZTCacheDictionary {
   // mutex; setting stop to true ends the walk. The block must not add or remove entries.
   template <class Block>
   void enumerateKeysAndObjectsUsingBlock(Block&& block) const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     bool stop = false;
     for (const auto& entry : entries_) {
       block(entry.first, entry.second.object, stop);
@@ -151,43 +147,43 @@ class ZTCacheDictionary {
  protected:
   // Called under the mutex before every store. The base tells the delegate, if there is one, which
   // object the key held when it is not the very object being stored (null for a new key).
-  virtual void willSetObject(const ObjectPtr& object, const Key& key) {
+  virtual void willSetObject(const ObjectPtr& object, const Key& key) ZT_REQUIRES(mutex_) {
     auto delegate = delegate_.lock();
     if (!delegate) return;
-    ObjectPtr current = objectForKey(key, true);
+    ObjectPtr current = lookUp(key, true);
     if (current != object) delegate->cacheDictionary(*this, current, key);
   }
   // Called under the mutex after every store. Does nothing in the base.
-  virtual void didSetObject(const ObjectPtr& /*object*/, const Key& /*key*/) {}
+  virtual void didSetObject(const ObjectPtr& /*object*/, const Key& /*key*/) ZT_REQUIRES(mutex_) {}
 
   // Helpers for subclasses; call them with the mutex held (from the hooks, or under mutex()).
-  std::recursive_mutex& mutex() const { return mutex_; }
-  std::size_t storedCount() const { return entries_.size(); }
-  bool containsKey(const Key& key) const { return entries_.find(key) != entries_.end(); }
-  ObjectPtr storedObject(const Key& key) const {
+  ZTRecursiveMutex& mutex() const ZT_RETURN_CAPABILITY(mutex_) { return mutex_; }
+  std::size_t storedCount() const ZT_REQUIRES(mutex_) { return entries_.size(); }
+  bool containsKey(const Key& key) const ZT_REQUIRES(mutex_) { return entries_.find(key) != entries_.end(); }
+  ObjectPtr storedObject(const Key& key) const ZT_REQUIRES(mutex_) {
     auto found = entries_.find(key);
     return found == entries_.end() ? nullptr : found->second.object;
   }
   // The least recently used key, or null when empty.
-  const Key* oldestKey() const { return oldest_ ? oldest_->key : nullptr; }
+  const Key* oldestKey() const ZT_REQUIRES(mutex_) { return oldest_ ? oldest_->key : nullptr; }
   // Calls visit(key, object, cost) from the least recently used entry on while it returns true.
   template <class Visit>
-  void visitInRecencyOrder(Visit&& visit) const {
+  void visitInRecencyOrder(Visit&& visit) const ZT_REQUIRES(mutex_) {
     for (const Entry* entry = oldest_; entry; entry = entry->newer)
       if (!visit(*entry->key, entry->object, entry->cost)) break;
   }
   // A figure a subclass keeps with each entry (the memory-limited cache keeps the object's size):
   // set from willSetObject for the store in progress, read back with storedCost.
-  void setCostOfPendingStore(std::uint64_t cost) { pendingCost_ = cost; }
-  std::uint64_t storedCost(const Key& key) const {
+  void setCostOfPendingStore(std::uint64_t cost) ZT_REQUIRES(mutex_) { pendingCost_ = cost; }
+  std::uint64_t storedCost(const Key& key) const ZT_REQUIRES(mutex_) {
     auto found = entries_.find(key);
     return found == entries_.end() ? 0 : found->second.cost;
   }
-  void notifyDelegateWillEvict(const ObjectPtr& object, const Key& key) {
+  void notifyDelegateWillEvict(const ObjectPtr& object, const Key& key) ZT_REQUIRES(mutex_) {
     if (auto delegate = delegate_.lock()) delegate->cacheDictionary(*this, object, key);
   }
   // Removes the key from the entries and the recency order, if present; returns the object it held.
-  ObjectPtr eraseKey(const Key& key) {
+  ObjectPtr eraseKey(const Key& key) ZT_REQUIRES(mutex_) {
     auto found = entries_.find(key);
     if (found == entries_.end()) return nullptr;
     ObjectPtr object = std::move(found->second.object);
@@ -198,7 +194,7 @@ class ZTCacheDictionary {
   // The sweep itself: removes every entry held only by the cache, calling removed(key, object, cost)
   // for each just before its last reference goes.
   template <class Removed>
-  void sweepObjectsRetainedOnlyByCache(Removed&& removed) {
+  void sweepObjectsRetainedOnlyByCache(Removed&& removed) ZT_REQUIRES(mutex_) {
     // The swept objects die after the walk: a destructor that uses this cache cannot pull an entry
     // out from under it.
     std::vector<ObjectPtr> released;
@@ -213,6 +209,11 @@ class ZTCacheDictionary {
       entry = next;
     }
   }
+  // Removes every entry. The objects die before it returns, with the cache already empty.
+  void clearEntries() ZT_REQUIRES(mutex_) {
+    auto removed = std::exchange(entries_, {});
+    oldest_ = newest_ = nullptr;
+  }
 
  private:
   // The recency order is a doubly linked list threaded through the entries themselves (the map's
@@ -225,22 +226,32 @@ class ZTCacheDictionary {
     Entry* newer = nullptr;
   };
 
-  void unlink(Entry& entry) {
+  // The stored object of the key, or null; with refreshQueue the key becomes the most recent.
+  ObjectPtr lookUp(const Key& key, bool refreshQueue) ZT_REQUIRES(mutex_) {
+    auto found = entries_.find(key);
+    if (found == entries_.end()) return nullptr;
+    if (refreshQueue && newest_ != &found->second) {
+      unlink(found->second);
+      linkAsNewest(found->second);
+    }
+    return found->second.object;
+  }
+  void unlink(Entry& entry) ZT_REQUIRES(mutex_) {
     (entry.older ? entry.older->newer : oldest_) = entry.newer;
     (entry.newer ? entry.newer->older : newest_) = entry.older;
     entry.older = entry.newer = nullptr;
   }
-  void linkAsNewest(Entry& entry) {
+  void linkAsNewest(Entry& entry) ZT_REQUIRES(mutex_) {
     entry.older = newest_;
     entry.newer = nullptr;
     (newest_ ? newest_->newer : oldest_) = &entry;
     newest_ = &entry;
   }
 
-  mutable std::recursive_mutex mutex_;
-  std::unordered_map<Key, Entry> entries_;  // guarded by mutex_
-  Entry* oldest_ = nullptr;                 // guarded by mutex_; least recently used
-  Entry* newest_ = nullptr;                 // guarded by mutex_; most recently used
-  std::uint64_t pendingCost_ = 0;           // guarded by mutex_
-  std::weak_ptr<Delegate> delegate_;        // guarded by mutex_
+  mutable ZTRecursiveMutex mutex_;
+  std::unordered_map<Key, Entry> entries_ ZT_GUARDED_BY(mutex_);
+  Entry* oldest_ ZT_GUARDED_BY(mutex_) = nullptr;  // least recently used
+  Entry* newest_ ZT_GUARDED_BY(mutex_) = nullptr;  // most recently used
+  std::uint64_t pendingCost_ ZT_GUARDED_BY(mutex_) = 0;
+  std::weak_ptr<Delegate> delegate_ ZT_GUARDED_BY(mutex_);
 };

@@ -5,7 +5,9 @@
 
 #include <memory>
 
-class ZTCopying {
+#include "zentrel/platform/export.h"
+
+class ZT_API ZTCopying {
  public:
   virtual ~ZTCopying();
   // A new object equal to this one that shares no mutable state with it.

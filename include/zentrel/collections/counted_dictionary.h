@@ -20,16 +20,16 @@
 #include <unordered_map>
 #include <utility>
 
-#include "zentrel/collections/detail/object_traits.h"
-#include "zentrel/platform/not_found.h"
+#include "zentrel/collections/internal/object_traits.h"
 #include "zentrel/platform/debug_name.h"
+#include "zentrel/platform/not_found.h"
 
 template <class Value>
 struct ZTCountedDictionaryEntry {
   Value object;
   std::size_t count = 0;
 
-  static ZTCountedDictionaryEntry countedDictionaryEntryForObject(Value object, std::size_t count) {
+  [[nodiscard]] static ZTCountedDictionaryEntry countedDictionaryEntryForObject(Value object, std::size_t count) {
     return {std::move(object), count};
   }
 };
@@ -90,7 +90,7 @@ class ZTCountedDictionary {
     return found == dictionary_.end() ? ZTNotFound : found->second.count;
   }
   // The new count, or ZTNotFound (and nothing created) when the key is absent.
-  std::size_t increaseCountForObjectForKey(const Key& key) {
+  [[nodiscard]] std::size_t increaseCountForObjectForKey(const Key& key) {
     auto found = dictionary_.find(key);
     if (found == dictionary_.end()) return ZTNotFound;
     return ++found->second.count;

@@ -32,6 +32,7 @@
 #include <vector>
 
 #include "zentrel/collections/selector.h"
+#include "zentrel/platform/export.h"
 
 // What a protocol says about one of its methods. There are no class methods in a C++ interface, so
 // every description is of an instance method.
@@ -41,7 +42,7 @@ struct ZTMethodDescription {
   std::string_view name() const { return selector.name(); }
 };
 
-class ZTProtocol {
+class ZT_API ZTProtocol {
  public:
   ZTProtocol(std::string name, std::initializer_list<ZTSelector> requiredSelectors,
              std::initializer_list<ZTSelector> optionalSelectors = {});
@@ -61,7 +62,7 @@ class ZTProtocol {
   std::vector<ZTSelector> optional_;
 };
 
-class ZTDelegateProtocol {
+class ZT_API ZTDelegateProtocol {
  public:
   virtual ~ZTDelegateProtocol();
 

@@ -12,15 +12,17 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <type_traits>
 #include <utility>
 
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
+#include "zentrel/platform/thread_annotations.h"
 
 // A call through a ZTInvalidatableProxy that was invalidated or never had an object.
-class ZTInvalidatedProxyException : public ZTInternalInconsistencyException {
+class ZT_API ZTInvalidatedProxyException : public ZTInternalInconsistencyException {
  public:
   using ZTInternalInconsistencyException::ZTInternalInconsistencyException;
 };
@@ -29,17 +31,17 @@ template <class T>
 class ZTInvalidatableProxy {
  public:
   explicit ZTInvalidatableProxy(std::shared_ptr<T> object) : object_(std::move(object)) {}
-  static std::shared_ptr<ZTInvalidatableProxy> create(std::shared_ptr<T> object) {
+  [[nodiscard]] static std::shared_ptr<ZTInvalidatableProxy> create(std::shared_ptr<T> object) {
     return std::make_shared<ZTInvalidatableProxy>(std::move(object));
   }
 
   std::shared_ptr<T> object() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return object_;
   }
   void setObject(std::shared_ptr<T> object) {
     std::shared_ptr<T> old;
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     old = std::exchange(object_, std::move(object));
   }
   bool isValid() const { return object() != nullptr; }
@@ -81,6 +83,6 @@ class ZTInvalidatableProxy {
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::shared_ptr<T> object_;  // guarded by mutex_
+  mutable ZTMutex mutex_;
+  std::shared_ptr<T> object_ ZT_GUARDED_BY(mutex_);
 };

@@ -21,19 +21,21 @@
 // Threads: none. A map array is a value like std::vector; the owner serialises access.
 
 #include <algorithm>
+#include <concepts>
 #include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "zentrel/collections/array_additions.h"
 #include "zentrel/collections/comparison.h"
-#include "zentrel/collections/detail/object_traits.h"
-#include "zentrel/platform/not_found.h"
+#include "zentrel/collections/internal/object_traits.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/not_found.h"
 
 template <class T, class Key = T, class Hash = std::hash<Key>, class KeyEqual = std::equal_to<Key>>
 class ZTMapArray {
@@ -58,13 +60,13 @@ class ZTMapArray {
 
   // A map array over the given elements, in order; std::nullopt when two of them have equal keys
   // or the key callable is empty.
-  static std::optional<ZTMapArray> create(std::vector<T> objects, KeyForObject keyForObject) {
+  [[nodiscard]] static std::optional<ZTMapArray> create(std::vector<T> objects, KeyForObject keyForObject) {
     if (!keyForObject) return std::nullopt;
     ZTMapArray array(std::move(keyForObject));
     if (!array.adoptObjects(std::move(objects))) return std::nullopt;
     return array;
   }
-  static std::optional<ZTMapArray> create(std::vector<T> objects)
+  [[nodiscard]] static std::optional<ZTMapArray> create(std::vector<T> objects)
     requires std::is_same_v<T, Key>
   {
     return create(std::move(objects), [](const T& object) { return object; });
@@ -181,20 +183,20 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
     this->keysToIndexesMap_.reserve(capacity);
   }
 
-  static std::optional<ZTMutableMapArray> create(std::vector<T> objects, KeyForObject keyForObject) {
+  [[nodiscard]] static std::optional<ZTMutableMapArray> create(std::vector<T> objects, KeyForObject keyForObject) {
     if (!keyForObject) return std::nullopt;
     ZTMutableMapArray array(std::move(keyForObject));
     if (!array.adoptObjects(std::move(objects))) return std::nullopt;
     return array;
   }
-  static std::optional<ZTMutableMapArray> create(std::vector<T> objects)
+  [[nodiscard]] static std::optional<ZTMutableMapArray> create(std::vector<T> objects)
     requires std::is_same_v<T, Key>
   {
     return create(std::move(objects), [](const T& object) { return object; });
   }
 
   // Appends; false and nothing changes when the object's key is present.
-  bool addObject(T object) {
+  [[nodiscard]] bool addObject(T object) {
     Key key = this->keyForObject_(object);
     if (this->containsKey(key)) return false;
     this->objectsArray_.push_back(std::move(object));
@@ -204,7 +206,7 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
 
   // Appends all or nothing: false and nothing changes when any object's key is present, or when
   // two of the given objects share a key.
-  bool addObjectsFromArray(const std::vector<T>& objects) {
+  [[nodiscard]] bool addObjectsFromArray(const std::vector<T>& objects) {
     std::unordered_map<Key, std::size_t, Hash, KeyEqual> added;
     added.reserve(objects.size());
     const std::size_t oldCount = this->objectsArray_.size();
@@ -220,7 +222,7 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
 
   // Inserts before the element at index (index == size() appends); false and nothing changes when
   // the key is present. An index past size() throws ZTRangeException.
-  bool insertObject(T object, std::size_t index) {
+  [[nodiscard]] bool insertObject(T object, std::size_t index) {
     if (this->containsObject(object)) return false;
     const std::size_t oldCount = this->objectsArray_.size();
     if (index == oldCount) return addObject(std::move(object));
@@ -238,10 +240,10 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
   // equal, the object goes in front of the one the probes meet first.
   template <class Comparator>
     requires ZTComparatorFor<Comparator, T>
-  std::size_t insertObject(T object, Comparator comparator) {
+  [[nodiscard]] std::size_t insertObject(T object, Comparator comparator) {
     if (this->containsObject(object)) return ZTNotFound;
     const std::size_t index = zt::detail::probeSorted(this->objectsArray_, object, comparator).second;
-    insertObject(std::move(object), index);
+    (void)insertObject(std::move(object), index);  // cannot be refused: the key is absent
     return index;
   }
 
@@ -282,7 +284,7 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
   // Replaces the element at index. True when done or when the object is the very element there;
   // false and nothing changes when the new key belongs to another element. Index past the end:
   // ZTRangeException.
-  bool replaceObjectAtIndex(std::size_t index, T object) {
+  [[nodiscard]] bool replaceObjectAtIndex(std::size_t index, T object) {
     this->checkIndex(index);
     T& old = this->objectsArray_[index];
     if (zt::detail::isSameObject(old, object)) return true;
@@ -301,8 +303,9 @@ class ZTMutableMapArray : public ZTMapArray<T, Key, Hash, KeyEqual> {
     this->checkIndex(from);
     T object = this->objectsArray_[from];
     removeObjectAtIndex(from);
-    if (to >= this->objectsArray_.size()) addObject(std::move(object));
-    else insertObject(std::move(object), to);
+    // Neither can be refused: the object's key left the array with it.
+    if (to >= this->objectsArray_.size()) (void)addObject(std::move(object));
+    else (void)insertObject(std::move(object), to);
   }
 
   // Swaps two elements. Either index past the end: ZTRangeException.

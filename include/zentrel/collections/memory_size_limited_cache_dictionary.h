@@ -25,6 +25,8 @@
 
 #include "zentrel/collections/cache_dictionary.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/mutex.h"
+#include "zentrel/platform/thread_annotations.h"
 
 template <class Key, class Value>
 class ZTMemorySizeLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> {
@@ -34,7 +36,8 @@ class ZTMemorySizeLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> 
   using typename Base::ObjectPtr;
   using ObjectSizeBlock = std::function<std::uint64_t(const Value& object)>;
 
-  static std::shared_ptr<ZTMemorySizeLimitedCacheDictionary> create(std::uint64_t limit, ObjectSizeBlock objectSizeBlock) {
+  [[nodiscard]] static std::shared_ptr<ZTMemorySizeLimitedCacheDictionary> create(std::uint64_t limit,
+                                                                                 ObjectSizeBlock objectSizeBlock) {
     return std::make_shared<ZTMemorySizeLimitedCacheDictionary>(limit, std::move(objectSizeBlock));
   }
   ZTMemorySizeLimitedCacheDictionary(std::uint64_t limit, ObjectSizeBlock objectSizeBlock)
@@ -44,46 +47,48 @@ class ZTMemorySizeLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> 
   }
 
   std::uint64_t limit() const {
-    std::lock_guard lock(this->mutex());
+    ZTLockGuard lock(this->mutex());
     return limit_;
   }
   void setLimit(std::uint64_t limit) {
-    std::lock_guard lock(this->mutex());
+    ZTLockGuard lock(this->mutex());
     limit_ = limit;
   }
   std::uint64_t usedSize() const {
-    std::lock_guard lock(this->mutex());
+    ZTLockGuard lock(this->mutex());
     return currentMemoryUsage_;
   }
 
   void removeObjectForKey(const Key& key) override {
-    std::lock_guard lock(this->mutex());
+    ZTLockGuard lock(this->mutex());
     discard(key);
   }
   void removeAllObjects() override {
-    std::lock_guard lock(this->mutex());
+    ZTLockGuard lock(this->mutex());
     currentMemoryUsage_ = 0;
-    Base::removeAllObjects();
+    this->clearEntries();
   }
   void removeAllObjectsRetainedOnlyByCache() override {
-    std::lock_guard lock(this->mutex());
+    ZTLockGuard lock(this->mutex());
     this->sweepObjectsRetainedOnlyByCache(
-        [this](const Key&, const ObjectPtr&, std::uint64_t size) { currentMemoryUsage_ -= size; });
+        [this](const Key&, const ObjectPtr&, std::uint64_t size)
+            ZT_REQUIRES(this->mutex()) { currentMemoryUsage_ -= size; });
   }
 
  protected:
-  void willSetObject(const ObjectPtr& object, const Key& key) override {
+  void willSetObject(const ObjectPtr& object, const Key& key) override ZT_REQUIRES(this->mutex()) {
     Base::willSetObject(object, key);
     const std::uint64_t newSize = objectSizeBlock_(*object);
     std::uint64_t newUsage = currentMemoryUsage_ + newSize - this->storedCost(key);
 
-    if (newUsage > limit_) {
+    const std::uint64_t limit = limit_;
+    if (newUsage > limit) {
       std::vector<Key> evicted;
       this->visitInRecencyOrder([&](const Key& candidate, const ObjectPtr&, std::uint64_t size) {
         if (candidate == key) return true;
         evicted.push_back(candidate);
         newUsage -= size;
-        return newUsage > limit_;
+        return newUsage > limit;
       });
       for (const Key& candidate : evicted) this->notifyDelegateWillEvict(this->storedObject(candidate), candidate);
       for (const Key& candidate : evicted) discard(candidate);
@@ -94,12 +99,12 @@ class ZTMemorySizeLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> 
   }
 
  private:
-  void discard(const Key& key) {
+  void discard(const Key& key) ZT_REQUIRES(this->mutex()) {
     const std::uint64_t size = this->storedCost(key);
     if (this->eraseKey(key)) currentMemoryUsage_ -= size;
   }
 
   ObjectSizeBlock objectSizeBlock_;
-  std::uint64_t limit_;                   // guarded by mutex()
-  std::uint64_t currentMemoryUsage_ = 0;  // guarded by mutex(); sum of the stored entries' sizes
+  std::uint64_t limit_ ZT_GUARDED_BY(this->mutex());
+  std::uint64_t currentMemoryUsage_ ZT_GUARDED_BY(this->mutex()) = 0;  // sum of the stored entries' sizes
 };

@@ -13,7 +13,6 @@
 #include <functional>
 #include <memory>
 #include <unordered_map>
-#include <utility>
 #include <vector>
 
 template <class Key, class Value, class Hash = std::hash<Key>, class KeyEqual = std::equal_to<Key>>

@@ -16,6 +16,8 @@
 
 #include "zentrel/collections/cache_dictionary.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/mutex.h"
+#include "zentrel/platform/thread_annotations.h"
 
 template <class Key, class Value>
 class ZTNumberLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> {
@@ -24,22 +26,22 @@ class ZTNumberLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> {
  public:
   using typename Base::ObjectPtr;
 
-  static std::shared_ptr<ZTNumberLimitedCacheDictionary> create(std::size_t limit) {
+  [[nodiscard]] static std::shared_ptr<ZTNumberLimitedCacheDictionary> create(std::size_t limit) {
     return std::make_shared<ZTNumberLimitedCacheDictionary>(limit);
   }
   explicit ZTNumberLimitedCacheDictionary(std::size_t limit) : limit_(limit) {}
 
   std::size_t limit() const {
-    std::lock_guard lock(this->mutex());
+    ZTLockGuard lock(this->mutex());
     return limit_;
   }
   void setLimit(std::size_t limit) {
-    std::lock_guard lock(this->mutex());
+    ZTLockGuard lock(this->mutex());
     limit_ = limit;
   }
 
  protected:
-  void willSetObject(const ObjectPtr& object, const Key& key) override {
+  void willSetObject(const ObjectPtr& object, const Key& key) override ZT_REQUIRES(this->mutex()) {
     Base::willSetObject(object, key);
     if (this->storedCount() != limit_ || this->containsKey(key)) return;
     const Key* oldest = this->oldestKey();
@@ -50,5 +52,5 @@ class ZTNumberLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> {
   }
 
  private:
-  std::size_t limit_;  // guarded by mutex()
+  std::size_t limit_ ZT_GUARDED_BY(this->mutex());
 };

@@ -14,7 +14,7 @@ class ZTPair {
  public:
   ZTPair() = default;
   ZTPair(First first, Second second) : first_(std::move(first)), second_(std::move(second)) {}
-  static ZTPair pairWithFirst(First first, Second second) { return ZTPair(std::move(first), std::move(second)); }
+  [[nodiscard]] static ZTPair pairWithFirst(First first, Second second) { return ZTPair(std::move(first), std::move(second)); }
 
   const First& first() const { return first_; }
   First& first() { return first_; }

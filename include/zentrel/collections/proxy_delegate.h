@@ -37,9 +37,10 @@
 #include <algorithm>
 #include <concepts>
 #include <functional>
+#include <initializer_list>
 #include <map>
-#include <optional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
 #include <unordered_set>
@@ -91,7 +92,7 @@ class ZTProxyDelegate : public Protocol {
   // nullptr when no delegate was accepted. Extra arguments go to Proxy's constructor.
   template <class Proxy, class U, class... ProxyArgs>
     requires std::derived_from<Proxy, ZTProxyDelegate>
-  static std::shared_ptr<Proxy> create(const std::vector<std::shared_ptr<U>>& delegates, ProxyArgs&&... proxyArgs) {
+  [[nodiscard]] static std::shared_ptr<Proxy> create(const std::vector<std::shared_ptr<U>>& delegates, ProxyArgs&&... proxyArgs) {
     auto proxy = std::make_shared<Proxy>(std::forward<ProxyArgs>(proxyArgs)...);
     ZTProxyDelegate& base = *proxy;
     base.addDelegatesFromArray(delegates);
@@ -102,7 +103,7 @@ class ZTProxyDelegate : public Protocol {
   }
   template <class Proxy, class... ProxyArgs>
     requires std::derived_from<Proxy, ZTProxyDelegate>
-  static std::shared_ptr<Proxy> create(std::initializer_list<DelegatePtr> delegates, ProxyArgs&&... proxyArgs) {
+  [[nodiscard]] static std::shared_ptr<Proxy> create(std::initializer_list<DelegatePtr> delegates, ProxyArgs&&... proxyArgs) {
     return create<Proxy>(std::vector<DelegatePtr>(delegates), std::forward<ProxyArgs>(proxyArgs)...);
   }
 
@@ -193,17 +194,15 @@ class ZTProxyDelegate : public Protocol {
   // Whether the delegate would be called for the method: not muted for it, and required by the
   // protocol or declared by the delegate.
   bool delegateRespondsToSelector(const DelegatePtr& delegate, ZTSelector selector) const {
-    if (!delegate) return false;
-    auto muted = ignoredSelectors_.find(std::weak_ptr<Protocol>(delegate));
-    if (muted != ignoredSelectors_.end() && muted->second.count(selector)) return false;
-    return Protocol::protocol().isRequiredSelector(selector) || delegate->respondsToSelector(selector);
+    return delegateResponds(delegate, selector, Protocol::protocol().isRequiredSelector(selector));
   }
 
   // True when forwarding is on and any live delegate responds to the method.
   bool respondsToSelector(ZTSelector selector) const override {
     if (!forwardsInvocations_) return false;
+    const bool required = Protocol::protocol().isRequiredSelector(selector);
     for (const auto& weak : delegateValues_)
-      if (delegateRespondsToSelector(weak.lock(), selector)) return true;
+      if (delegateResponds(weak.lock(), selector, required)) return true;
     return false;
   }
 
@@ -232,10 +231,11 @@ class ZTProxyDelegate : public Protocol {
     if (mainDelegate_.expired() && Protocol::protocol().containsSelector(selector)) return R();
 
     const std::vector<DelegatePtr> delegates = liveDelegates();
+    const bool required = Protocol::protocol().isRequiredSelector(selector);
     bool called = false;
     if constexpr (std::is_void_v<R>) {
       for (const DelegatePtr& delegate : delegates) {
-        if (C* target = respondingTarget<C>(delegate, selector)) {
+        if (C* target = respondingTarget<C>(delegate, selector, required)) {
           std::invoke(Method, *target, args...);
           called = true;
         }
@@ -244,7 +244,7 @@ class ZTProxyDelegate : public Protocol {
     } else {
       R result{};
       for (const DelegatePtr& delegate : delegates) {
-        if (C* target = respondingTarget<C>(delegate, selector)) {
+        if (C* target = respondingTarget<C>(delegate, selector, required)) {
           result = std::invoke(Method, *target, args...);
           called = true;
         }
@@ -279,10 +279,18 @@ class ZTProxyDelegate : public Protocol {
     return nullptr;
   }
   template <class C>
-  C* respondingTarget(const DelegatePtr& delegate, ZTSelector selector) const {
-    if (!delegateRespondsToSelector(delegate, selector)) return nullptr;
+  C* respondingTarget(const DelegatePtr& delegate, ZTSelector selector, bool required) const {
+    if (!delegateResponds(delegate, selector, required)) return nullptr;
     if constexpr (std::is_convertible_v<Protocol*, C*>) return delegate.get();
     else return dynamic_cast<C*>(delegate.get());
+  }
+  // delegateRespondsToSelector with the protocol's answer (required or not) looked up by the caller,
+  // once for all delegates.
+  bool delegateResponds(const DelegatePtr& delegate, ZTSelector selector, bool required) const {
+    if (!delegate) return false;
+    auto muted = ignoredSelectors_.find(std::weak_ptr<Protocol>(delegate));
+    if (muted != ignoredSelectors_.end() && muted->second.count(selector)) return false;
+    return required || delegate->respondsToSelector(selector);
   }
   [[noreturn]] void throwUnrecognized(ZTSelector selector) const {
     throw ZTInternalInconsistencyException(ZTDebugClassNameForObject(this) + ": no delegate responds to " +

@@ -26,8 +26,8 @@ class ZTResourceHandle {
   using AllocationBlock = std::function<Resource()>;
   using DisposeBlock = std::function<void()>;
 
-  static std::shared_ptr<ZTResourceHandle> create(const AllocationBlock& resourceAllocationBlock,
-                                                  DisposeBlock disposeResourceBlock) {
+  [[nodiscard]] static std::shared_ptr<ZTResourceHandle> create(const AllocationBlock& resourceAllocationBlock,
+                                                                DisposeBlock disposeResourceBlock) {
     if (!resourceAllocationBlock)
       throw ZTInternalInconsistencyException("A resource handle needs a resource allocation function.");
     if (!disposeResourceBlock)

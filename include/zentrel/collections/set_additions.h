@@ -4,7 +4,6 @@
 // returns new sets. Stateless, no locks: thread safety is that of the set passed in.
 
 #include <cstddef>
-#include <iterator>
 #include <vector>
 
 namespace zt {

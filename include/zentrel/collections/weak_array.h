@@ -19,9 +19,9 @@
 #include <utility>
 #include <vector>
 
-#include "zentrel/collections/detail/object_traits.h"
-#include "zentrel/platform/not_found.h"
+#include "zentrel/collections/internal/object_traits.h"
 #include "zentrel/platform/exceptions.h"
+#include "zentrel/platform/not_found.h"
 
 template <class T>
 class ZTWeakArray {

@@ -4,14 +4,13 @@
 // null once it has died. Threads: a container may be read from several threads at once.
 
 #include <memory>
-#include <utility>
 
 template <class T>
 class ZTWeakContainer {
  public:
   ZTWeakContainer() = default;
   explicit ZTWeakContainer(const std::shared_ptr<T>& object) : object_(object) {}
-  static std::shared_ptr<ZTWeakContainer> create(const std::shared_ptr<T>& object) {
+  [[nodiscard]] static std::shared_ptr<ZTWeakContainer> create(const std::shared_ptr<T>& object) {
     return std::make_shared<ZTWeakContainer>(object);
   }
 

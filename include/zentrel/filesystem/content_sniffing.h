@@ -7,12 +7,14 @@
 #include <string>
 #include <string_view>
 
+#include "zentrel/platform/export.h"
+
 // Plain text: the first 24 bytes do not start with "bplist" or "%PDF", do not contain "<DOCTYPE"
 // (when they are ASCII) and hold no zero byte, and neither do the rest of the first 4096 bytes.
 // So UTF-16 text is not plain text; an empty file is.
-bool ZTIsPlainTextFileAtPath(std::string_view path);
+ZT_API bool ZTIsPlainTextFileAtPath(std::string_view path);
 // "pdf" when the file begins with "%PDF", else nullopt.
-std::optional<std::string> ZTFileExtensionUsingContentForFileAtPath(std::string_view path);
+ZT_API std::optional<std::string> ZTFileExtensionUsingContentForFileAtPath(std::string_view path);
 // The path's last component, with its extension set to "pdf" when the content is PDF and the name
 // does not already say so ("report.txt" -> "report.pdf", "scan" -> "scan.pdf"); otherwise unchanged.
-std::string ZTFileNameWithContentCorrectedExtensionForFileAtPath(std::string_view path);
+ZT_API std::string ZTFileNameWithContentCorrectedExtensionForFileAtPath(std::string_view path);

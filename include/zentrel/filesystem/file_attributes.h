@@ -13,13 +13,14 @@
 #include <string_view>
 
 #include "zentrel/platform/date.h"
+#include "zentrel/platform/export.h"
 
 // The status-change time (ctime) of the item, in whole seconds; nullopt when it cannot be read.
-std::optional<ZTDate> ZTUnixChangeDateForFile(std::string_view path);
+[[nodiscard]] ZT_API std::optional<ZTDate> ZTUnixChangeDateForFile(std::string_view path);
 
 // Marks (skip = true) or unmarks the item as excluded from backups. 1 on success, 0 when the mark
 // cannot be written (missing item, no permission, no extended attributes), -1 for an empty path
 // (after logging "file == nil in ZTSkipMobileBackupAttributeForFile, attribute = <skip>").
-std::int64_t ZTSkipMobileBackupAttributeForFile(std::string_view path, bool skip);
+[[nodiscard]] ZT_API std::int64_t ZTSkipMobileBackupAttributeForFile(std::string_view path, bool skip);
 // Whether the item carries the exclude mark; false for an empty path or when it cannot be read.
-bool ZTHasSkipMobileBackupAttributeForFile(std::string_view path);
+ZT_API bool ZTHasSkipMobileBackupAttributeForFile(std::string_view path);

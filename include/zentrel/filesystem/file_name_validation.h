@@ -9,14 +9,16 @@
 //  - begins with ".": "File name cannot be started with dot";
 //  - contains a forbidden character (compared ignoring case): "The name “<name>” cannot be used
 //    because of <character> character".
-// Pure functions; any thread. Invalid UTF-8 is counted with each bad byte as one U+FFFD.
+// Pure functions; any thread. Invalid UTF-8 counts as one U+FFFD per maximal ill-formed sequence.
 
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "zentrel/platform/export.h"
+
 // Validates with "/" as the only forbidden character.
-std::optional<std::string> ZTValidateLocalFileName(std::string_view name);
+[[nodiscard]] ZT_API std::optional<std::string> ZTValidateLocalFileName(std::string_view name);
 // forbiddenCharacters holds the forbidden characters as UTF-8 text; nullopt forbids none.
-std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
+[[nodiscard]] ZT_API std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
     std::string_view name, const std::optional<std::string>& forbiddenCharacters);

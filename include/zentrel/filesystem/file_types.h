@@ -22,6 +22,7 @@
 #include <string_view>
 
 #include "zentrel/filesystem/file_url.h"
+#include "zentrel/platform/export.h"
 
 // Type codes of the of-a-type tests; any other code is never matched.
 enum ZTFileType : std::int64_t {
@@ -33,36 +34,36 @@ enum ZTFileType : std::int64_t {
 // The MIME type of an extension: the database's answer, else the fallback table (zip, htm, html,
 // mdl, txt, gif, jpg, jpeg, tiff, tif, bmp, rtf, pdf, mpeg, mpg, mpe, wav, mov, m4v, 3gp), else
 // "application/octet-stream" (also for an empty extension).
-std::string ZTMimeTypeForFileExtension(std::string_view extension);
+ZT_API std::string ZTMimeTypeForFileExtension(std::string_view extension);
 // The same for the path's extension. The file is not read.
-std::string ZTMimeTypeForFileAtPath(std::string_view path);
+ZT_API std::string ZTMimeTypeForFileAtPath(std::string_view path);
 
 // The preferred identifier of an extension; with isDirectory only folder types count. nullopt when
 // only a dynamic identifier could be made. For an empty extension: "public.folder" when isDirectory,
 // else nullopt.
-std::optional<std::string> ZTUTIForFileExtension(std::string_view extension, bool isDirectory);
+ZT_API std::optional<std::string> ZTUTIForFileExtension(std::string_view extension, bool isDirectory);
 // The preferred identifier of a MIME type (a dynamic one when the type is unknown); nullopt for "".
-std::optional<std::string> ZTUTIFromMimeType(std::string_view mimeType);
+ZT_API std::optional<std::string> ZTUTIFromMimeType(std::string_view mimeType);
 // The preferred extension of the MIME type, or "" when it has none.
-std::string ZTExtensionForMimeType(std::string_view mimeType);
+ZT_API std::string ZTExtensionForMimeType(std::string_view mimeType);
 
 // Whether the extension's identifier conforms to the image, movie or audio type (ZTFileType).
-bool ZTIsFileExtensionOfType(std::string_view extension, std::int64_t type);
-bool ZTIsFileAtPathOfType(std::string_view path, std::int64_t type);
-bool ZTIsFileAtURLOfType(const ZTFileURL& url, std::int64_t type);
+ZT_API bool ZTIsFileExtensionOfType(std::string_view extension, std::int64_t type);
+ZT_API bool ZTIsFileAtPathOfType(std::string_view path, std::int64_t type);
+ZT_API bool ZTIsFileAtURLOfType(const ZTFileURL& url, std::int64_t type);
 
 // A readable kind name ("JPEG image", "DOCX Document", "Unknown file"), translated through the
 // application's gettext domain.
-std::string ZTPathExtensionToReadable(std::string_view extension);
+ZT_API std::string ZTPathExtensionToReadable(std::string_view extension);
 
 // Packages: folders shown to the user as one document. An extension is a package extension when
 // it is one of "pages", "numbers", "key", "rtfd", "mpkg", "epub" or its identifier conforms to
 // "com.apple.package" (e.g. "app").
-bool ZTIsPackageFileExtension(std::string_view extension);
+ZT_API bool ZTIsPackageFileExtension(std::string_view extension);
 // An existing item that is not a folder is never a package; otherwise the extension decides.
-bool ZTIsPackageFilePath(std::string_view path);
+ZT_API bool ZTIsPackageFilePath(std::string_view path);
 // False for URLs that are not file URLs.
-bool ZTIsPackageFileURL(const ZTFileURL& url);
+ZT_API bool ZTIsPackageFileURL(const ZTFileURL& url);
 // True for anything that is not an existing folder (missing paths included); for a folder the
 // extension decides.
-bool ZTIsPackageOrFilePath(std::string_view path);
+ZT_API bool ZTIsPackageOrFilePath(std::string_view path);

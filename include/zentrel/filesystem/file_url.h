@@ -9,17 +9,19 @@
 #include <string>
 #include <string_view>
 
-class ZTFileURL {
+#include "zentrel/platform/export.h"
+
+class ZT_API ZTFileURL {
  public:
   ZTFileURL() = default;
 
   // A file URL for the path. A relative path is made absolute against the current folder; an empty
   // path gives an empty, non-file URL. isDirectory marks the URL as naming a folder (its text then
   // ends with "/").
-  static ZTFileURL fileURLWithPath(std::string_view path, bool isDirectory = false);
+  [[nodiscard]] static ZTFileURL fileURLWithPath(std::string_view path, bool isDirectory = false);
   // Parses URL text such as "file:///tmp/a%20b.txt" or "https://example.org/x". For file URLs the
   // path is percent-decoded; "file://localhost/..." is accepted.
-  static ZTFileURL URLWithString(std::string_view text);
+  [[nodiscard]] static ZTFileURL URLWithString(std::string_view text);
 
   bool isFileURL() const { return scheme_ == "file"; }
   bool isEmpty() const { return scheme_.empty(); }

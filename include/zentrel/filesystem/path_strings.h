@@ -17,6 +17,8 @@
 #include <string_view>
 #include <vector>
 
+#include "zentrel/platform/export.h"
+
 // Options of stringByNormalizingPathWithOptions. The beginning of the path is always normalized as
 // ZTNormalizeBeginingOfPath does.
 enum ZTPathNormalizationOptions : unsigned {
@@ -34,28 +36,28 @@ namespace zt {
 // --- Everyday path vocabulary -------------------------------------------------------------------
 
 // "/tmp/a.txt" -> "a.txt"; "/tmp/" -> "tmp"; "/" -> "/"; "" -> "".
-std::string lastPathComponent(std::string_view path);
+ZT_API std::string lastPathComponent(std::string_view path);
 // "/tmp/a.txt" -> "/tmp"; "/tmp/" -> "/"; "/tmp" -> "/"; "a.txt" -> ""; "/" -> "/".
-std::string stringByDeletingLastPathComponent(std::string_view path);
+ZT_API std::string stringByDeletingLastPathComponent(std::string_view path);
 // "/tmp/a.tar.gz" -> "gz"; "/tmp/a" -> ""; "/tmp/.hidden" -> ""; "a." -> "".
-std::string pathExtension(std::string_view path);
+ZT_API std::string pathExtension(std::string_view path);
 // "/tmp/a.txt" -> "/tmp/a"; "/tmp/" -> "/tmp"; ".hidden" -> ".hidden"; "/" -> "/".
-std::string stringByDeletingPathExtension(std::string_view path);
+ZT_API std::string stringByDeletingPathExtension(std::string_view path);
 // Joins with exactly one "/" and drops a trailing "/": "/tmp" + "a" -> "/tmp/a"; "" + "a" -> "a".
-std::string stringByAppendingPathComponent(std::string_view path, std::string_view component);
+ZT_API std::string stringByAppendingPathComponent(std::string_view path, std::string_view component);
 // "/tmp/a" + "txt" -> "/tmp/a.txt"; "/tmp/" + "txt" -> "/tmp.txt".
-std::string stringByAppendingPathExtension(std::string_view path, std::string_view extension);
+ZT_API std::string stringByAppendingPathExtension(std::string_view path, std::string_view extension);
 // "/a/b" -> {"/", "a", "b"}; "a/b/" -> {"a", "b", "/"}; repeated "/" count once.
-std::vector<std::string> pathComponents(std::string_view path);
+ZT_API std::vector<std::string> pathComponents(std::string_view path);
 // The inverse of pathComponents: components joined with stringByAppendingPathComponent.
-std::string pathWithComponents(const std::vector<std::string>& components);
+ZT_API std::string pathWithComponents(const std::vector<std::string>& components);
 
 // Standardizes a path the way the library compares them: an initial "~" or "~/" becomes the home
 // folder, repeated "/", "." components and a trailing "/" are removed, ".." removes the component
 // before it in an absolute path (above the root it stays at the root; relative paths keep their
 // ".."), and a leading "/private" is removed when the shorter path names an existing item. The
 // only file-system access is that last existence test.
-std::string stringByStandardizingPath(std::string_view path);
+ZT_API std::string stringByStandardizingPath(std::string_view path);
 
 // --- Path strings ------------------------------------------------------------------------------
 
@@ -63,46 +65,46 @@ std::string stringByStandardizingPath(std::string_view path);
 // text operations and live with the string utilities of the text area.)
 
 // "/%s" of the path unless it is empty or already starts with "/".
-std::string stringByPrependingSlashToPath(std::string_view path);
+ZT_API std::string stringByPrependingSlashToPath(std::string_view path);
 // Appends "/" unless the path already ends with one; "" -> "/".
-std::string stringByAppendingSlashToPath(std::string_view path);
+ZT_API std::string stringByAppendingSlashToPath(std::string_view path);
 
-std::string stringByNormalizingPathWithOptions(std::string_view path, unsigned options);
+ZT_API std::string stringByNormalizingPathWithOptions(std::string_view path, unsigned options);
 // stringByNormalizingPathWithOptions with ZTPathNormalizationAddTrailingSlash when the flag is true,
 // else with no option.
-std::string stringByNormalizingPathAndAddingTrailingSlash(std::string_view path, bool addTrailingSlash);
+ZT_API std::string stringByNormalizingPathAndAddingTrailingSlash(std::string_view path, bool addTrailingSlash);
 
 // Both paths are normalized with a trailing "/"; the base is searched anywhere in the path; if
 // found, everything up to the "/" that ends the match is removed (an empty result becomes "/").
 // When the path had no trailing "/", the result loses its trailing "/" too.
-std::string stringByDeletingBeginningOfPath(std::string_view path, std::string_view base);
+ZT_API std::string stringByDeletingBeginningOfPath(std::string_view path, std::string_view base);
 // For paths already normalized: both get a trailing "/"; if the base is found, equal lengths give
 // "/", otherwise the text from the "/" that ends the match. A base that is not found gives the path.
-std::string stringByDeletingBeginningOfNormalizedPath(std::string_view path, std::string_view base);
+ZT_API std::string stringByDeletingBeginningOfNormalizedPath(std::string_view path, std::string_view base);
 
 // Comparisons on the ZTPathNormalizationForComparison form. A path is never a base of itself; the
 // base tests are false when either string is empty.
-bool isBasePathOfPath(std::string_view base, std::string_view path);
-bool isEqualOrBasePathOfPath(std::string_view base, std::string_view path);
-bool isEqualToPath(std::string_view path, std::string_view other);
+ZT_API bool isBasePathOfPath(std::string_view base, std::string_view path);
+ZT_API bool isEqualOrBasePathOfPath(std::string_view base, std::string_view path);
+ZT_API bool isEqualToPath(std::string_view path, std::string_view other);
 // Case-insensitive comparison under Unicode case folding.
-bool isEqualToCaseInsensitivePath(std::string_view path, std::string_view other);
+ZT_API bool isEqualToCaseInsensitivePath(std::string_view path, std::string_view other);
 // True when parent is, as a path, the other path without its last component; false when the
 // other path is "/".
-bool isDirectParentPathOfPath(std::string_view parent, std::string_view path);
+ZT_API bool isDirectParentPathOfPath(std::string_view parent, std::string_view path);
 
 // The part of path below base, without a leading "/": when path does not start with base (a plain
 // text prefix test) a copy of path; when both have the same number of components nullopt;
 // otherwise the components after base's, joined. "/a/b/c/d" below "/a/b" -> "c/d".
-std::optional<std::string> relativePathWithBasePath(std::string_view path, std::string_view base);
+ZT_API std::optional<std::string> relativePathWithBasePath(std::string_view path, std::string_view base);
 
 // Removes the text of the last path component from the end: "/a/b" -> "/a/"; "a" -> "".
-std::string stringByDeletingLastURLComponent(std::string_view path);
+ZT_API std::string stringByDeletingLastURLComponent(std::string_view path);
 
 // With replace: the existing extension is removed and the new one appended (an empty new one
 // leaves none). Without: an empty new extension, or one equal to the existing one ignoring case,
 // gives the path unchanged; otherwise the new extension is appended after any existing one.
-std::string stringBySettingPathExtension(std::string_view path, std::string_view extension,
+ZT_API std::string stringBySettingPathExtension(std::string_view path, std::string_view extension,
                                          bool replaceExistingExtension);
 
 }  // namespace zt

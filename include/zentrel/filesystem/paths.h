@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "zentrel/filesystem/file_url.h"
+#include "zentrel/platform/export.h"
 
 // Search options for ZTDeleteBeginningOfPathWithOptions (the classic string-search option values).
 enum ZTPathSearchOptions : unsigned {
@@ -32,29 +33,29 @@ enum ZTPathSearchOptions : unsigned {
 // Standardizes the path (zt::stringByStandardizingPath). Only when that changes nothing is the
 // path reduced by hand: every "//" and "/./" becomes "/", then a leading "/private/" loses its
 // "/private" whether or not the shorter path exists.
-std::string ZTNormalizeBeginingOfPath(std::string_view path);
+ZT_API std::string ZTNormalizeBeginingOfPath(std::string_view path);
 // Appends "/" unless the path already ends with one; "" -> "/".
-std::string ZTNormalizeEndOfPath(std::string_view path);
+ZT_API std::string ZTNormalizeEndOfPath(std::string_view path);
 // ZTNormalizeEndOfPath(ZTNormalizeBeginingOfPath(path)).
-std::string ZTNormalizePath(std::string_view path);
+ZT_API std::string ZTNormalizePath(std::string_view path);
 
 // The normalized forms are equal.
-bool ZTIsPathEqualToPath(std::string_view path, std::string_view otherPath);
+ZT_API bool ZTIsPathEqualToPath(std::string_view path, std::string_view otherPath);
 // basePath is a strict ancestor of path; false when either is empty.
-bool ZTIsPathBasePathOfPath(std::string_view basePath, std::string_view path);
+ZT_API bool ZTIsPathBasePathOfPath(std::string_view basePath, std::string_view path);
 
 // Removes the normalized beginning (ending with "/") from the path, wherever in the path it is
 // found first, keeping the "/" that ended it. Not found: the path with its beginning normalized.
 // An empty result is "/". Example: "/a/b" from "/a/b/c/d" gives "/c/d"; "/a" from "/x/a/y" gives
 // "/x/y". Options are ZTPathSearchOptions; 0 compares bytes.
-std::string ZTDeleteBeginningOfPath(std::string_view beginning, std::string_view path);
-std::string ZTDeleteBeginningOfPathWithOptions(std::string_view beginning, std::string_view path, unsigned options);
+ZT_API std::string ZTDeleteBeginningOfPath(std::string_view beginning, std::string_view path);
+ZT_API std::string ZTDeleteBeginningOfPathWithOptions(std::string_view beginning, std::string_view path, unsigned options);
 
 // The path relative to the parent of the first base (in list order) that is its ancestor, or the
 // path unchanged when none is.
-std::string ZTAbsolutePathToRelative(std::string_view path, const std::vector<std::string>& basePaths);
+ZT_API std::string ZTAbsolutePathToRelative(std::string_view path, const std::vector<std::string>& basePaths);
 // The same on the URLs' paths; the given URL itself when no base matches.
-ZTFileURL ZTAbsoluteURLToRelative(const ZTFileURL& url, const std::vector<ZTFileURL>& baseURLs);
+ZT_API ZTFileURL ZTAbsoluteURLToRelative(const ZTFileURL& url, const std::vector<ZTFileURL>& baseURLs);
 // The parent of the normalized base joined with the relative path (one leading "/" stripped).
-std::string ZTRelativePathToAbsolute(std::string_view relativePath, std::string_view basePath);
-ZTFileURL ZTRelativeURLToAbsolute(const ZTFileURL& relativeURL, const ZTFileURL& baseURL);
+ZT_API std::string ZTRelativePathToAbsolute(std::string_view relativePath, std::string_view basePath);
+ZT_API ZTFileURL ZTRelativeURLToAbsolute(const ZTFileURL& relativeURL, const ZTFileURL& baseURL);

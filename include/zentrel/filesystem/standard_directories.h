@@ -27,29 +27,30 @@
 #include <string_view>
 
 #include "zentrel/filesystem/file_url.h"
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/value.h"
 
-std::string ZTHomeDirectory();
-std::string ZTTrashDirectory();
-std::string ZTDocumentsDirectory();
-std::string ZTDocumentsDirectoryAdd(std::string_view component);
-std::string ZTApplicationDirectory();
-std::string ZTLibraryDirectory();
-std::string ZTLibraryDirectoryAdd(std::string_view component);
-std::string ZTApplicationLibraryDirectory();
-std::string ZTApplicationLibraryDirectoryAdd(std::string_view component);
-std::string ZTCachesDirectory();
-std::string ZTCachesDirectoryAdd(std::string_view component);
-std::string ZTApplicationSupportDirectory();
-std::string ZTApplicationSupportDirectoryAdd(std::string_view component);
-std::string ZTTemporaryDirectory();
-std::string ZTTemporaryDirectoryAdd(std::string_view component);
+ZT_API std::string ZTHomeDirectory();
+ZT_API std::string ZTTrashDirectory();
+ZT_API std::string ZTDocumentsDirectory();
+ZT_API std::string ZTDocumentsDirectoryAdd(std::string_view component);
+ZT_API std::string ZTApplicationDirectory();
+ZT_API std::string ZTLibraryDirectory();
+ZT_API std::string ZTLibraryDirectoryAdd(std::string_view component);
+ZT_API std::string ZTApplicationLibraryDirectory();
+ZT_API std::string ZTApplicationLibraryDirectoryAdd(std::string_view component);
+ZT_API std::string ZTCachesDirectory();
+ZT_API std::string ZTCachesDirectoryAdd(std::string_view component);
+ZT_API std::string ZTApplicationSupportDirectory();
+ZT_API std::string ZTApplicationSupportDirectoryAdd(std::string_view component);
+ZT_API std::string ZTTemporaryDirectory();
+ZT_API std::string ZTTemporaryDirectoryAdd(std::string_view component);
 
 // Cloud document containers. There is no application bundle on Linux, so the application passes
 // its information dictionary (the dictionary that holds "NSUbiquitousContainers": container
 // identifier -> settings). Answers the first identifier, in the dictionary's key order, whose
 // settings have "NSUbiquitousContainerIsDocumentScopePublic" true; nullopt when none does.
-std::optional<std::string> ZTiCloudContainerIdentifier(const ZTValue& infoDictionary);
+ZT_API std::optional<std::string> ZTiCloudContainerIdentifier(const ZTValue& infoDictionary);
 // The folder URL home + "/Library/Mobile Documents/" + the identifier with every "." replaced by
 // "~", standardized. nullopt for a missing or empty identifier. Nothing is created or checked.
-std::optional<ZTFileURL> ZTiCloudContainerURLFromIdentifier(const std::optional<std::string>& identifier);
+ZT_API std::optional<ZTFileURL> ZTiCloudContainerURLFromIdentifier(const std::optional<std::string>& identifier);

@@ -25,28 +25,30 @@
 #include <string>
 #include <string_view>
 
+#include "zentrel/platform/export.h"
+
 // Answers whether an item named `name` may be created in `parent` (the caller's own context, passed
 // through untouched: a folder path, a remote folder object...).
 using ZTCanCreateItemBlock = std::function<bool(const std::string& name, const std::any& parent)>;
 // Answers whether an item exists at `path`.
 using ZTItemExistsBlock = std::function<bool(const std::string& path)>;
 
-std::string ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(
+[[nodiscard]] ZT_API std::string ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(
     const std::string& name, const std::any& parent, bool isDirectory, const std::optional<std::string>& separator,
     const std::optional<std::string>& suffix, std::int64_t startNumber, const ZTCanCreateItemBlock& canCreate);
 
 // The unique-name rules on the last component of `path`; the result is the parent folder joined
 // with the chosen name. A candidate is accepted when itemExists says nothing is there.
-std::string ZTGenerateUniquePathUsingItemExistsBlock(const std::string& path, bool isDirectory,
+[[nodiscard]] ZT_API std::string ZTGenerateUniquePathUsingItemExistsBlock(const std::string& path, bool isDirectory,
                                                      const std::optional<std::string>& separator,
                                                      const std::optional<std::string>& suffix, std::int64_t startNumber,
                                                      const ZTItemExistsBlock& itemExists);
 // As above, asking the file system: any item counts, including a dangling symbolic link (so a
 // name is never chosen that would replace a link).
-std::string ZTGenerateUniquePath(const std::string& path, bool isDirectory, const std::optional<std::string>& separator,
+[[nodiscard]] ZT_API std::string ZTGenerateUniquePath(const std::string& path, bool isDirectory, const std::optional<std::string>& separator,
                                  const std::optional<std::string>& suffix, std::int64_t startNumber);
 // "a.txt", then "a-1.txt", "a-2.txt", ...; "a-7.txt" continues at "a-8.txt".
-std::string ZTGenerateMacStyleUniquePath(const std::string& path, bool isDirectory);
+[[nodiscard]] ZT_API std::string ZTGenerateMacStyleUniquePath(const std::string& path, bool isDirectory);
 
 // Reserves a temporary name derived from `fileName`: creates the empty file
 // "<temporary folder>/<stem>-XXXXXX" (the X replaced by random characters) and answers that path
@@ -54,4 +56,4 @@ std::string ZTGenerateMacStyleUniquePath(const std::string& path, bool isDirecto
 // path itself does not exist yet, and a name without an extension gives a path ending in ".".
 // The file's descriptor stays open (close-on-exec) for the life of the process. nullopt when the
 // file cannot be created (missing or unwritable temporary folder, a name with "/" or NUL).
-std::optional<std::string> ZTGenerateTempFilePath(std::string_view fileName);
+[[nodiscard]] ZT_API std::optional<std::string> ZTGenerateTempFilePath(std::string_view fileName);

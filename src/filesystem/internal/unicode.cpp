@@ -20,8 +20,6 @@ std::string toUTF8(const icu::UnicodeString& text) {
 }
 }  // namespace
 
-std::size_t utf16Length(std::string_view text) { return static_cast<std::size_t>(toUnicode(text).length()); }
-
 bool caseInsensitiveEqual(std::string_view a, std::string_view b) {
   return toUnicode(a).caseCompare(toUnicode(b), U_FOLD_CASE_DEFAULT) == 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
-// UTF-16 and case-folding helpers on UTF-8 text (ICU). Invalid UTF-8 decodes as U+FFFD.
+// Case-folding, case-mapping and search helpers on UTF-8 text (ICU). Invalid UTF-8 decodes as
+// U+FFFD. UTF-16 lengths are zt::utf16Length (zentrel/platform/utf16.h).
 
 #include <cstddef>
 #include <optional>
@@ -8,8 +9,6 @@
 
 namespace zt::fs_internal {
 
-// Length in UTF-16 code units.
-std::size_t utf16Length(std::string_view text);
 // Equality under Unicode full case folding.
 bool caseInsensitiveEqual(std::string_view a, std::string_view b);
 // Lower-cased text (root locale), for file extensions.

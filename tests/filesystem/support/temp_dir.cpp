@@ -57,7 +57,7 @@ std::size_t fileSize(const std::string& path) {
 
 LogCapture::LogCapture() : state_(std::make_shared<State>()) {
   ZTSetLogSink([state = state_](std::string_view line) {
-    std::lock_guard lock(state->mutex);
+    ZTLockGuard lock(state->mutex);
     state->lines.emplace_back(line);
   });
 }
@@ -65,7 +65,7 @@ LogCapture::LogCapture() : state_(std::make_shared<State>()) {
 LogCapture::~LogCapture() { ZTSetLogSink({}); }
 
 std::vector<std::string> LogCapture::lines() const {
-  std::lock_guard lock(state_->mutex);
+  ZTLockGuard lock(state_->mutex);
   return state_->lines;
 }
 

@@ -3,10 +3,12 @@
 // when the object goes away; small file writers; a log capture.
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "zentrel/platform/mutex.h"
+#include "zentrel/platform/thread_annotations.h"
 
 namespace zt::test {
 
@@ -41,8 +43,8 @@ class LogCapture {
 
  private:
   struct State {
-    mutable std::mutex mutex;
-    std::vector<std::string> lines;
+    mutable ZTMutex mutex;
+    std::vector<std::string> lines ZT_GUARDED_BY(mutex);
   };
   std::shared_ptr<State> state_;
 };
