@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "zentrel/operations/operation.h"
 #include "zentrel/platform/exceptions.h"
-#include "zentrel/platform/operation.h"
 
 namespace {
 using namespace std::chrono_literals;

@@ -9,7 +9,7 @@
 #include <functional>
 #include <memory>
 
-#include "zentrel/platform/operation.h"
+#include "zentrel/operations/operation.h"
 
 class ZTCancellationHandlingOperation : public ZTOperation {
  public:

@@ -30,8 +30,8 @@
 #include <mutex>
 #include <optional>
 
+#include "zentrel/operations/operation.h"
 #include "zentrel/platform/error.h"
-#include "zentrel/platform/operation.h"
 #include "zentrel/platform/thread.h"
 
 class ZTConcurrentOperation : public ZTOperation {

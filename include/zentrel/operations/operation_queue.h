@@ -33,8 +33,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "zentrel/operations/operation.h"
 #include "zentrel/platform/comparison_result.h"
-#include "zentrel/platform/operation.h"
 #include "zentrel/platform/thread.h"
 
 inline constexpr const char* ZTOperationQueueDidBecameEmptyNotification = "ZTOperationQueueDidBecameEmptyNotification";

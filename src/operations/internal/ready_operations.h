@@ -14,7 +14,7 @@
 #include <memory>
 #include <vector>
 
-#include "zentrel/platform/operation.h"
+#include "zentrel/operations/operation.h"
 
 namespace zt::detail {
 

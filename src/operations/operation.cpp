@@ -1,4 +1,4 @@
-#include "zentrel/platform/operation.h"
+#include "zentrel/operations/operation.h"
 
 #include <algorithm>
 #include <array>
