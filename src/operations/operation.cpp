@@ -239,22 +239,45 @@ void ZTOperation::didChangeValueForKey(std::string_view key) {
   if (key == ZTOperationIsFinishedKey && isFinished()) operationDidFinish();
 }
 
-void ZTOperation::callQueueHook(std::string_view key) {
-  QueueHook hook;
-  std::shared_ptr<void> queue;
-  {
-    std::lock_guard lock(observersMutex_);
-    hook = queueHook_;
-    queue = queueHookTarget_.lock();
-  }
-  if (hook && queue) hook(queue, *this, key);
-}
-
 void ZTOperation::notify(std::string_view key, ZTKeyValueChange change) {
   if (observersCount_.load(std::memory_order_acquire) != 0) notifyObservers(key, change);
-  if (change == ZTKeyValueChange::DidChange && hasQueueHook_.load(std::memory_order_acquire) &&
+  if (change == ZTKeyValueChange::DidChange && held_.load(std::memory_order_acquire) &&
       (key == ZTOperationIsReadyKey || key == ZTOperationIsFinishedKey))
-    callQueueHook(key);
+    notifyHolder(key);
+}
+
+void ZTOperation::notifyHolder(std::string_view key) {
+  // Called outside the lock, so that the holder may detach (or another attach) meanwhile.
+  std::shared_ptr<Holder> holder;
+  {
+    std::lock_guard lock(observersMutex_);
+    holder = holder_.lock();
+  }
+  if (holder) holder->operationDidChange(*this, key);
+}
+
+bool ZTOperation::attachHolder(const std::shared_ptr<Holder>& holder) {
+  if (!holder) return false;
+  std::lock_guard lock(observersMutex_);
+  if (holderAddress_) return false;
+  holderAddress_ = holder.get();
+  holder_ = holder;
+  held_.store(true, std::memory_order_release);
+  return true;
+}
+
+bool ZTOperation::detachHolder(const Holder& holder) {
+  std::lock_guard lock(observersMutex_);
+  if (holderAddress_ != &holder) return false;
+  held_.store(false, std::memory_order_release);
+  holderAddress_ = nullptr;
+  holder_.reset();
+  return true;
+}
+
+std::shared_ptr<ZTOperation::Holder> ZTOperation::holder() const {
+  std::lock_guard lock(observersMutex_);
+  return holder_.lock();
 }
 
 void ZTOperation::notifyObservers(std::string_view key, ZTKeyValueChange change) {

@@ -103,6 +103,48 @@ TEST(Operation, ReadinessFollowsDependenciesAndCancellation) {
   EXPECT_EQ(never->observerCount(), 1u);  // only blocked's observation remains
 }
 
+// A holder (what a queue attaches) hears only the did-changes of readiness and finishing, after the
+// observers; one holder at a time, and only that holder can detach itself.
+TEST(Operation, HolderIsAloneAndHearsReadinessAndFinishingAfterTheObservers) {
+  struct RecordingHolder : ZTOperation::Holder {
+    ChangeLog& log;
+    explicit RecordingHolder(ChangeLog& l) : log(l) {}
+    void operationDidChange(ZTOperation&, std::string_view key) override {
+      log.add("holder " + std::string(key), ZTKeyValueChange::DidChange);
+    }
+  };
+  ChangeLog log;
+  auto holder = std::make_shared<RecordingHolder>(log);
+  auto other = std::make_shared<RecordingHolder>(log);
+  auto dependency = std::make_shared<CountingOperation>();
+  auto operation = std::make_shared<CountingOperation>();
+  operation->addObserver({std::string(ZTOperationIsReadyKey), std::string(ZTOperationIsFinishedKey)},
+                         [&](ZTOperation&, std::string_view key, ZTKeyValueChange change) {
+                           if (change == ZTKeyValueChange::DidChange) log.add(key, change);
+                         });
+  ASSERT_TRUE(operation->attachHolder(holder));
+  EXPECT_FALSE(operation->attachHolder(other));
+  EXPECT_FALSE(operation->detachHolder(*other));
+  EXPECT_EQ(operation->holder(), holder);
+  EXPECT_EQ(operation->observerCount(), 1u);
+
+  operation->addDependency(dependency);
+  dependency->start();
+  operation->cancel();
+  operation->start();
+  EXPECT_EQ(log.entries, (std::vector<std::string>{"did isReady", "did holder isReady", "did isReady",
+                                                   "did holder isReady", "did isFinished", "did holder isFinished"}));
+
+  EXPECT_TRUE(operation->detachHolder(*holder));
+  EXPECT_EQ(operation->holder(), nullptr);
+  auto later = std::make_shared<CountingOperation>();
+  ASSERT_TRUE(later->attachHolder(other));
+  other.reset();  // gone without detaching: not called, and still holding the operation
+  later->start();
+  EXPECT_EQ(log.entries.size(), 6u);
+  EXPECT_FALSE(later->attachHolder(holder));
+}
+
 TEST(Operation, RejectsDependingOnItself) {
   auto operation = std::make_shared<CountingOperation>();
   EXPECT_THROW(operation->addDependency(operation), ZTInternalInconsistencyException);

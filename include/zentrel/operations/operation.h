@@ -125,6 +125,29 @@ class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
   bool removeObserver(const std::shared_ptr<ZTOperationObservation>& observation);
   std::size_t observerCount() const;
 
+  // Holding: the attachment point for whatever keeps the operation on its own behalf — a
+  // ZTOperationQueue does — in place of an observer registration. One holder at a time: it claims
+  // the operation with attachHolder(), hears of every did-change of "isReady" and "isFinished"
+  // (after the observers of that change, on the thread that made it), and lets go with
+  // detachHolder(). The holder keeps its own records of the operation. The operation refers to it
+  // weakly: the holder's owner keeps it alive, and a holder that has gone is not called.
+  class Holder {
+   public:
+    virtual void operationDidChange(ZTOperation& operation, std::string_view key) = 0;
+
+   protected:
+    virtual ~Holder() = default;
+  };
+  // Attaches holder when no holder has the operation (one that has gone but was not detached still
+  // counts); otherwise returns false and attaches nothing. Null is refused. The operation keeps a
+  // weak reference only. Thread-safe.
+  bool attachHolder(const std::shared_ptr<Holder>& holder);
+  // Detaches holder when it is the one attached; false otherwise. No change that begins afterwards
+  // calls it; a call already under way on another thread may still be running. Thread-safe.
+  bool detachHolder(const Holder& holder);
+  // The attached holder; null when there is none or it has gone.
+  std::shared_ptr<Holder> holder() const;
+
  protected:
   // Announce a change of an observable key. Subclasses that keep their own state call them around
   // each change; didChangeValueForKey("isFinished") with isFinished() true runs the completion.
@@ -173,18 +196,10 @@ class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
   std::function<void()> completionBlock_;  // guarded by stateMutex_
   std::string name_;                       // guarded by stateMutex_
 
-  // Book-keeping of the ZTOperationQueue holding the operation; an operation is in at most one
-  // queue at a time. queueOwner_ is claimed atomically; queueState_ and queueIndex_ are guarded by
-  // the owning queue's monitor; the hook, through which the queue hears of "isReady" and
-  // "isFinished" without an observer registration of its own, by observersMutex_.
-  friend class ZTOperationQueue;
-  using QueueHook = void (*)(const std::shared_ptr<void>& queue, ZTOperation& operation, std::string_view key);
-  void callQueueHook(std::string_view key);
-  std::atomic<const void*> queueOwner_{nullptr};
-  int queueState_ = 0;
-  std::size_t queueIndex_ = 0;
-  std::shared_ptr<ZTOperation> queueHold_;  // the queue's reference while the operation waits there
-  std::atomic<bool> hasQueueHook_{false};
-  QueueHook queueHook_ = nullptr;        // guarded by observersMutex_
-  std::weak_ptr<void> queueHookTarget_;  // guarded by observersMutex_
+  // The holder (see attachHolder()); held_ tells a change whether to look for one without taking
+  // the lock.
+  void notifyHolder(std::string_view key);
+  std::atomic<bool> held_{false};
+  const Holder* holderAddress_ = nullptr;  // guarded by observersMutex_; identifies holder_ once it has gone
+  std::weak_ptr<Holder> holder_;            // guarded by observersMutex_
 };

@@ -8,13 +8,15 @@
 // waiting operation of equal priority the newcomer goes first. This is deliberate; do not rely on
 // first-in-first-out order among equals.
 //
-// The queue learns about readiness and completion by observing each operation's "isReady" and
-// "isFinished". When its last operation finishes it posts ZTOperationQueueDidBecameEmptyNotification
+// The queue learns about readiness and completion as the holder of each operation it takes in
+// (ZTOperation::attachHolder()), which hears of every change of "isReady" and "isFinished". When
+// its last operation finishes it posts ZTOperationQueueDidBecameEmptyNotification
 // (object: the queue) on the default notification centre, synchronously, on the thread that
 // finished that operation — once per transition to empty.
 //
 // An operation is in at most one queue at a time: adding one that waits or runs in another queue
-// throws ZTInternalInconsistencyException (the other operations of the call are added first).
+// (or has any other holder) throws ZTInternalInconsistencyException (the other operations of the
+// call are added first).
 // Once it has finished (or the queue let it go), it is free to join another queue.
 //
 // dispose() cancels everything and waits up to 60 seconds for executing operations to finish; an
@@ -23,14 +25,15 @@
 //
 // Threads: every function may be called from any thread. start() of an operation never runs on
 // the thread that added it, unless that is the worker thread, and then on a later run-loop turn.
-// Ownership: the queue holds the operations it has not yet seen finish; observations hold the
-// queue weakly. Operations queued for starting stay alive until started, even if the queue is gone.
+// Ownership: the queue holds the operations it has not yet seen finish; the operations refer to
+// the queue (as their holder) weakly. The queue keeps its records of operations for reuse — as many
+// as it once held at one time, a few dozen bytes each — until it is destroyed. Operations queued
+// for starting stay alive until started, even if the queue is gone.
 
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "zentrel/operations/operation.h"
@@ -44,7 +47,6 @@ inline constexpr const char* ZTOperationQueueDidBecameEmptyNotification = "ZTOpe
 ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperation& b);
 
 namespace zt::detail {
-class ReadyOperations;
 struct PendingStarts;
 }  // namespace zt::detail
 
@@ -94,20 +96,26 @@ class ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
  private:
   explicit ZTOperationQueue(std::shared_ptr<ZTThread> workerThread);
   using OperationPointer = std::shared_ptr<ZTOperation>;
+  // The queue's record of one operation it holds: where the operation is, and the queue's
+  // reference to it. The operation's holder while it is in the queue.
+  struct Member;
+  // The members ready to start, in starting order.
+  class ReadyMembers;
 
   void startNextOperationIfPossible();
-  void startObservingOperationProperties(const OperationPointer& operation);
-  void stopObservingOperationProperties(ZTOperation* operation);
-  void handleOperationIsReadyPropertyChange(ZTOperation& operation);
-  void handleOperationIsFinishedPropertyChange(ZTOperation& operation);
-  void cancelAllOperationsInCollections(bool includeExecuting, bool stopObservingExecutingOperations);
+  void handleOperationIsReadyPropertyChange(Member& member, ZTOperation& operation);
+  void handleOperationIsFinishedPropertyChange(Member& member, ZTOperation& operation);
+  void cancelAllOperationsInCollections(bool includeExecuting);
   std::int64_t operationsCountLocked() const;
-  void insertReady(const OperationPointer& operation);
-  void addExecuting(OperationPointer operation);
-  OperationPointer removeExecuting(ZTOperation& operation);
-  // The operation leaves the queue: no longer observed, free to join another queue.
-  void release(ZTOperation& operation);
-  static void operationChanged(const std::shared_ptr<void>& queue, ZTOperation& operation, std::string_view key);
+  void insertReady(Member& member);
+  void addExecuting(Member& member);
+  void removeExecuting(Member& member);
+  void addNotReady(Member& member);
+  void removeNotReady(Member& member);
+  // The member leaves the queue: the operation is free to join another queue. Returns the queue's
+  // reference to the operation.
+  OperationPointer release(Member& member);
+  Member& makeMember(const OperationPointer& operation);
 
   mutable std::recursive_mutex monitor_;
   std::int64_t maxConcurrentOperationCount_ = 5;  // guarded by monitor_
@@ -115,10 +123,11 @@ class ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
   bool disposed_ = false;                         // guarded by monitor_
   std::string name_;                              // guarded by monitor_
   const std::shared_ptr<ZTThread> workerThread_;
-  // Where each operation is, is also recorded in the operation itself (see ZTOperation).
-  std::unique_ptr<zt::detail::ReadyOperations> readyOperations_;                    // guarded by monitor_
-  std::unordered_map<const ZTOperation*, OperationPointer> notReadyOperationsSet_;  // guarded by monitor_
-  std::vector<OperationPointer> executingOperationsSet_;                            // guarded by monitor_
-  std::vector<OperationPointer> toStartScratch_;                                    // guarded by monitor_
+  std::unique_ptr<ReadyMembers> readyOperations_;  // guarded by monitor_
+  std::vector<Member*> notReadyOperations_;         // guarded by monitor_
+  std::vector<Member*> executingOperations_;        // guarded by monitor_
+  std::vector<OperationPointer> toStartScratch_;    // guarded by monitor_
+  std::vector<std::unique_ptr<Member>> members_;  // guarded by monitor_; every member the queue has made
+  std::vector<Member*> freeMembers_;              // guarded by monitor_; those not in use
   std::shared_ptr<zt::detail::PendingStarts> pendingStarts_;
 };
