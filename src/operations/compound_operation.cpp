@@ -159,6 +159,10 @@ void ZTMutableCompoundConcurrentOperation::addOperation(const std::shared_ptr<ZT
 
 void ZTMutableCompoundConcurrentOperation::addOperations(const std::vector<std::shared_ptr<ZTOperation>>& operations) {
   if (isExecuting()) return;
+  addOperationsBeforeStart(operations);
+}
+
+void ZTCompoundConcurrentOperation::addOperationsBeforeStart(const std::vector<std::shared_ptr<ZTOperation>>& operations) {
   std::lock_guard lock(mutex_);
   if (operationQueue_) return;
   for (const auto& operation : operations)

@@ -63,6 +63,10 @@ class ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
 
  protected:
   void completeOperation() override;
+  // Appends the non-null operations to the members, unless the queue has been made already.
+  void addOperationsBeforeStart(const std::vector<std::shared_ptr<ZTOperation>>& operations);
+
+ private:
   void finish();
   void cancelOperationQueueSpawnedThreadIfNeeded();
   void handleConcurrentOperationQueueDidBecameEmptyNotification();
@@ -70,8 +74,6 @@ class ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
   mutable std::mutex mutex_;
   std::vector<std::shared_ptr<ZTOperation>> operations_;  // guarded by mutex_
   std::shared_ptr<ZTOperationQueue> operationQueue_;      // guarded by mutex_; set once started
-
- private:
   const std::uint64_t options_;
   CompletionHandler completionHandler_;
   std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_;  // guarded by mutex_

@@ -67,9 +67,8 @@ class ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationC
   // Number of registrations (for diagnostics and tests).
   std::size_t observerCount() const;
 
-  struct Registration;
-
  private:
+  struct Registration;
   ZTNotificationCenter() = default;
   mutable std::mutex mutex_;
   std::vector<std::shared_ptr<Registration>> registrations_;  // guarded by mutex_

@@ -21,6 +21,9 @@
 #include <memory>
 
 class ZTRunLoop;
+namespace zt::internal {
+struct RunLoopImpl;
+}  // namespace zt::internal
 
 // A timer scheduled on a run loop. Fires on the loop's thread; a repeating timer fires every
 // interval until invalidated. Invalidation is safe from any thread and from the timer's own callback;
@@ -117,9 +120,6 @@ class ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
   // True when the calling thread is the one running (owning) this loop.
   bool isCurrent() const;
 
-  struct Impl;
-  Impl& impl() const { return *impl_; }
-
  private:
   ZTRunLoop();
   friend class ZTThread;
@@ -127,5 +127,5 @@ class ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
   static std::shared_ptr<ZTRunLoop> makeUnbound();
   // Makes the calling thread the loop's owner and its current() loop.
   void bindToCallingThread();
-  std::unique_ptr<Impl> impl_;
+  std::unique_ptr<zt::internal::RunLoopImpl> impl_;
 };
