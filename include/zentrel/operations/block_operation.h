@@ -21,8 +21,9 @@
 #include "zentrel/operations/cancellation_handling_operation.h"
 #include "zentrel/operations/concurrent_operation.h"
 #include "zentrel/platform/error.h"
+#include "zentrel/platform/export.h"
 
-class ZTBlockOperation : public ZTCancellationHandlingOperation {
+class ZT_API ZTBlockOperation : public ZTCancellationHandlingOperation {
  public:
   using ExecutionBlock = std::function<bool(ZTBlockOperation& operation, std::optional<ZTError>& error)>;
   using Handler = std::function<void(ZTBlockOperation& operation)>;
@@ -47,7 +48,7 @@ class ZTBlockOperation : public ZTCancellationHandlingOperation {
   FailureHandler failureHandler_;
 };
 
-class ZTConcurrentBlockOperation : public ZTConcurrentOperation {
+class ZT_API ZTConcurrentBlockOperation : public ZTConcurrentOperation {
  public:
   using ExecutionBlock = std::function<void(ZTConcurrentBlockOperation& operation, std::optional<ZTError>& error)>;
   using AsyncExecutionBlock = std::function<void(ZTConcurrentBlockOperation& operation)>;
@@ -81,7 +82,7 @@ class ZTConcurrentBlockOperation : public ZTConcurrentOperation {
 
 // An operation that does nothing but report an error it was given: for callers that must return an
 // operation although they already know the outcome. Synchronous; main() calls the failure handler.
-class ZTAlwaysFailingOperation : public ZTOperation {
+class ZT_API ZTAlwaysFailingOperation : public ZTOperation {
  public:
   using FailureHandler = std::function<void(ZTAlwaysFailingOperation& operation, const ZTError& error)>;
 

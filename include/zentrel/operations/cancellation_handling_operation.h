@@ -10,8 +10,9 @@
 #include <memory>
 
 #include "zentrel/operations/operation.h"
+#include "zentrel/platform/export.h"
 
-class ZTCancellationHandlingOperation : public ZTOperation {
+class ZT_API ZTCancellationHandlingOperation : public ZTOperation {
  public:
   using Handler = std::function<void(ZTCancellationHandlingOperation& operation)>;
 

@@ -26,13 +26,14 @@
 #include <vector>
 
 #include "zentrel/operations/concurrent_operation.h"
+#include "zentrel/platform/export.h"
 
 class ZTOperationQueue;
 class ZTNotificationObserver;
 
 inline constexpr std::uint64_t ZTCompoundOperationWaitUntilFinishedAndCompletionHandlersAreCalled = 1;
 
-class ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
+class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
  public:
   using CompletionHandler = std::function<void(ZTCompoundConcurrentOperation& operation)>;
 
@@ -79,7 +80,7 @@ class ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
   std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_;  // guarded by mutex_
 };
 
-class ZTMutableCompoundConcurrentOperation : public ZTCompoundConcurrentOperation {
+class ZT_API ZTMutableCompoundConcurrentOperation : public ZTCompoundConcurrentOperation {
  public:
   // As the base's create(), but an empty member list is accepted.
   static std::shared_ptr<ZTMutableCompoundConcurrentOperation> create(

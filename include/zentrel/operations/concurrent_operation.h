@@ -32,9 +32,10 @@
 
 #include "zentrel/operations/operation.h"
 #include "zentrel/platform/error.h"
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/thread.h"
 
-class ZTConcurrentOperation : public ZTOperation {
+class ZT_API ZTConcurrentOperation : public ZTOperation {
  public:
   using Handler = std::function<void(ZTConcurrentOperation& operation)>;
   using FailureHandler = std::function<void(ZTConcurrentOperation& operation, const ZTError& error)>;

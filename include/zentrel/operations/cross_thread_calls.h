@@ -25,6 +25,7 @@
 #include <utility>
 
 #include "zentrel/platform/dispatch.h"
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/run_loop.h"
 #include "zentrel/platform/thread.h"
 #include "zentrel/platform/value.h"
@@ -36,13 +37,14 @@ using ZTDispatchFunction = std::function<void(const std::shared_ptr<ZTDispatchQu
 
 // Runs block at once when called on the main thread; otherwise hands the main queue and the block
 // to dispatchFunction. Does nothing if either is empty.
-void performOnMainThreadUsingDispatchFunction(const ZTDispatchFunction& dispatchFunction, std::function<void()> block);
+ZT_API void performOnMainThreadUsingDispatchFunction(const ZTDispatchFunction& dispatchFunction,
+                                                    std::function<void()> block);
 // Synchronous only when already on the main thread; from any other thread it returns at once and
 // the block runs later on the main thread.
-void performOnMainThreadSynchronouslyIfPossible(std::function<void()> block);
+ZT_API void performOnMainThreadSynchronouslyIfPossible(std::function<void()> block);
 // Always returns after the block has run on the main thread. Called from a thread that the main
 // thread is waiting for, it deadlocks.
-void performOnMainThreadSynchronously(std::function<void()> block);
+ZT_API void performOnMainThreadSynchronously(std::function<void()> block);
 
 namespace zt {
 
@@ -82,7 +84,7 @@ struct Arity<R (C::*)(P...) const> : std::integral_constant<std::size_t, sizeof.
 
 // Runs call on the thread's run loop; see the rules above. Returns true when the call ran (waited)
 // or was queued (not waited).
-bool performOnThread(const std::shared_ptr<ZTThread>& thread, std::function<void()> call, bool waitUntilDone);
+ZT_API bool performOnThread(const std::shared_ptr<ZTThread>& thread, std::function<void()> call, bool waitUntilDone);
 }  // namespace detail
 
 // True if both are null; false if exactly one is; otherwise *a == *b.
@@ -183,11 +185,11 @@ void performSelectorLater(const F& f, T object) {
 }
 
 // Runs block on the calling thread's run loop after the delay; the returned timer can cancel it.
-std::shared_ptr<ZTTimer> performBlock(std::function<void()> block, std::chrono::duration<double> delay);
+ZT_API std::shared_ptr<ZTTimer> performBlock(std::function<void()> block, std::chrono::duration<double> delay);
 // Queues block on the thread without waiting. A null thread does nothing.
-void performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread);
+ZT_API void performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread);
 // Runs block on the thread, waiting for it when waitUntilDone is true (on the calling thread
 // itself it then runs at once). A null thread does nothing. Returns false when the block was dropped.
-bool performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread, bool waitUntilDone);
+ZT_API bool performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread, bool waitUntilDone);
 
 }  // namespace zt

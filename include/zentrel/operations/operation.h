@@ -42,6 +42,8 @@
 #include <string_view>
 #include <vector>
 
+#include "zentrel/platform/export.h"
+
 // Queue priorities. Other values are rounded to the nearest of these.
 inline constexpr std::int64_t ZTOperationQueuePriorityVeryLow = -8;
 inline constexpr std::int64_t ZTOperationQueuePriorityLow = -4;
@@ -60,12 +62,12 @@ enum class ZTKeyValueChange { WillChange, DidChange };
 class ZTOperation;
 
 // A registration returned by ZTOperation::addObserver(); pass it to removeObserver().
-class ZTOperationObservation {
+class ZT_API ZTOperationObservation {
  public:
   virtual ~ZTOperationObservation() = default;
 };
 
-class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
+class ZT_API ZTOperation : public std::enable_shared_from_this<ZTOperation> {
  public:
   using Observer = std::function<void(ZTOperation& operation, std::string_view key, ZTKeyValueChange change)>;
   using Seconds = std::chrono::duration<double>;

@@ -38,19 +38,20 @@
 
 #include "zentrel/operations/operation.h"
 #include "zentrel/platform/comparison_result.h"
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/thread.h"
 
 inline constexpr const char* ZTOperationQueueDidBecameEmptyNotification = "ZTOperationQueueDidBecameEmptyNotification";
 
 
 // The order of the ready list: ascending when a has the higher priority (a runs first).
-ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperation& b);
+ZT_API ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperation& b);
 
 namespace zt::detail {
 struct PendingStarts;
 }  // namespace zt::detail
 
-class ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
+class ZT_API ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
  public:
   // nullptr for a null thread. The queue does not check the thread's state.
   static std::shared_ptr<ZTOperationQueue> create(std::shared_ptr<ZTThread> workerThread);

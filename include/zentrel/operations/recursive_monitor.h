@@ -14,7 +14,9 @@
 #include <thread>
 #include <vector>
 
-class ZTRecursiveMonitor {
+#include "zentrel/platform/export.h"
+
+class ZT_API ZTRecursiveMonitor {
  public:
   ZTRecursiveMonitor() = default;
   ZTRecursiveMonitor(const ZTRecursiveMonitor&) = delete;

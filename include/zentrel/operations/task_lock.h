@@ -16,7 +16,9 @@
 #include <memory>
 #include <mutex>
 
-class ZTTaskLock : public std::enable_shared_from_this<ZTTaskLock> {
+#include "zentrel/platform/export.h"
+
+class ZT_API ZTTaskLock : public std::enable_shared_from_this<ZTTaskLock> {
  public:
   static std::shared_ptr<ZTTaskLock> taskLockWithBlock(std::function<void()> block);
 

@@ -19,9 +19,10 @@
 #include <string_view>
 
 #include "zentrel/platform/debug_name.h"
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/thread.h"
 
-class ZTThreadWithRunLoop : public ZTThread {
+class ZT_API ZTThreadWithRunLoop : public ZTThread {
  public:
   // Prefer the spawn functions, which also start the thread. Subclasses must be default
   // constructible for the spawn functions to create them.

@@ -9,9 +9,10 @@
 #include <functional>
 #include <memory>
 
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/run_loop.h"
 
-class ZTWeakTimerTarget {
+class ZT_API ZTWeakTimerTarget {
  public:
   template <class T>
   static std::shared_ptr<ZTWeakTimerTarget> create(std::weak_ptr<T> target, std::function<void(T&, ZTTimer&)> action) {

@@ -7,7 +7,9 @@
 #include <compare>
 #include <string>
 
-class ZTDate {
+#include "zentrel/platform/export.h"
+
+class ZT_API ZTDate {
  public:
   using Interval = double;  // seconds
   // Seconds between the Unix epoch (1970-01-01 UTC) and the reference date.

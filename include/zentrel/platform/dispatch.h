@@ -18,7 +18,9 @@
 #include <memory>
 #include <mutex>
 
-class ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQueue> {
+#include "zentrel/platform/export.h"
+
+class ZT_API ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQueue> {
  public:
   using Seconds = std::chrono::duration<double>;
   virtual ~ZTDispatchQueue() = default;
@@ -53,7 +55,7 @@ inline void ZTDispatchAfter(ZTDispatchQueue::Seconds delay, const std::shared_pt
 }
 
 // A counting semaphore. wait() blocks until the count is positive, then takes one.
-class ZTSemaphore {
+class ZT_API ZTSemaphore {
  public:
   explicit ZTSemaphore(long initialCount = 0) : count_(initialCount) {}
   void signal();

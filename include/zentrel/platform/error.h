@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/value.h"
 
 // Domains of codes that come from the system.
@@ -19,7 +20,7 @@ inline constexpr const char* ZTLocalizedFailureReasonErrorKey = "NSLocalizedFail
 inline constexpr const char* ZTUnderlyingErrorKey = "NSUnderlyingError";
 inline constexpr const char* ZTFilePathErrorKey = "NSFilePath";
 
-class ZTError {
+class ZT_API ZTError {
  public:
   ZTError() = default;
   ZTError(std::string domain, std::int64_t code, ZTValue userInfo = ZTValue::dictionary())

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/value.h"
 
 class ZTDispatchQueue;
@@ -36,13 +37,13 @@ struct ZTNotification {
 
 // What addObserverForName() returns: the registration. Keep it to remove the observer; dropping it does
 // not remove it (the centre holds the registration until it is removed).
-class ZTNotificationObserver {
+class ZT_API ZTNotificationObserver {
  public:
   virtual ~ZTNotificationObserver() = default;
   virtual const std::string& name() const = 0;
 };
 
-class ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationCenter> {
+class ZT_API ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationCenter> {
  public:
   using Callback = std::function<void(const ZTNotification&)>;
 

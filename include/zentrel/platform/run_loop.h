@@ -20,6 +20,8 @@
 #include <functional>
 #include <memory>
 
+#include "zentrel/platform/export.h"
+
 class ZTRunLoop;
 namespace zt::internal {
 struct RunLoopImpl;
@@ -28,7 +30,7 @@ struct RunLoopImpl;
 // A timer scheduled on a run loop. Fires on the loop's thread; a repeating timer fires every
 // interval until invalidated. Invalidation is safe from any thread and from the timer's own callback;
 // after invalidate() returns on the loop's thread the callback does not run again.
-class ZTTimer : public std::enable_shared_from_this<ZTTimer> {
+class ZT_API ZTTimer : public std::enable_shared_from_this<ZTTimer> {
  public:
   using Callback = std::function<void(ZTTimer& timer)>;
   virtual ~ZTTimer() = default;
@@ -40,7 +42,7 @@ class ZTTimer : public std::enable_shared_from_this<ZTTimer> {
 // A file descriptor watched by a run loop for readiness. The descriptor is not owned: it is never
 // closed by the loop. The callback runs on the loop's thread each time the descriptor is ready,
 // until cancelled. Cancel before closing the descriptor.
-class ZTFileDescriptorSource {
+class ZT_API ZTFileDescriptorSource {
  public:
   enum class Event { Readable, Writable };
   using Callback = std::function<void(ZTFileDescriptorSource& source)>;
@@ -50,7 +52,7 @@ class ZTFileDescriptorSource {
   virtual int fileDescriptor() const = 0;
 };
 
-class ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
+class ZT_API ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
  public:
   using Clock = std::chrono::steady_clock;
   using Seconds = std::chrono::duration<double>;

@@ -22,9 +22,10 @@
 #include <string>
 #include <thread>
 
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/run_loop.h"
 
-class ZTThread : public std::enable_shared_from_this<ZTThread> {
+class ZT_API ZTThread : public std::enable_shared_from_this<ZTThread> {
  public:
   // A thread that runs body once started; an empty body makes a thread that returns at once.
   static std::shared_ptr<ZTThread> create(std::function<void()> body = {});

@@ -16,13 +16,14 @@
 #include <vector>
 
 #include "zentrel/platform/date.h"
+#include "zentrel/platform/export.h"
 
 class ZTValue;
 using ZTValueArray = std::vector<ZTValue>;
 using ZTValueDictionary = std::map<std::string, ZTValue, std::less<>>;
 using ZTBytes = std::vector<std::uint8_t>;
 
-class ZTValue {
+class ZT_API ZTValue {
  public:
   enum class Type { Null, Bool, Int, UInt, Double, String, Bytes, Date, Array, Dictionary };
 
