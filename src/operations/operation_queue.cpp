@@ -19,14 +19,14 @@ namespace zt::detail {
 // operation gathered since the previous one, in order, so a busy queue does not post per operation.
 struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
   std::shared_ptr<ZTThread> thread;
-  std::mutex mutex;
-  std::vector<std::shared_ptr<ZTOperation>> operations;  // guarded by mutex
-  bool posted = false;                                   // guarded by mutex
+  ZTMutex mutex;
+  std::vector<std::shared_ptr<ZTOperation>> operations ZT_GUARDED_BY(mutex);
+  bool posted ZT_GUARDED_BY(mutex) = false;
 
   void schedule(std::vector<std::shared_ptr<ZTOperation>>& batch) {
     bool post = false;
     {
-      std::lock_guard lock(mutex);
+      ZTLockGuard lock(mutex);
       for (auto& operation : batch) operations.push_back(std::move(operation));
       if (!posted) posted = post = true;
     }
@@ -39,7 +39,7 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
     if (zt::performBlock([self] { self->startAll(); }, thread, false)) return;
     std::size_t dropped;
     {
-      std::lock_guard lock(mutex);
+      ZTLockGuard lock(mutex);
       dropped = operations.size();
       operations.clear();
       posted = false;
@@ -49,7 +49,7 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
 
   // Operations not yet started, for dispose() on the worker thread.
   std::vector<std::shared_ptr<ZTOperation>> take() {
-    std::lock_guard lock(mutex);
+    ZTLockGuard lock(mutex);
     return std::move(operations);
   }
 
@@ -61,7 +61,7 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
     for (;;) {
       std::vector<std::shared_ptr<ZTOperation>> batch;
       {
-        std::lock_guard lock(mutex);
+        ZTLockGuard lock(mutex);
         if (operations.empty()) {
           posted = false;
           return;
@@ -167,7 +167,7 @@ ZTOperationQueue::ZTOperationQueue(std::shared_ptr<ZTThread> workerThread)
 
 ZTOperationQueue::~ZTOperationQueue() {
   // Let every operation still here go, so that it can join another queue.
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   std::vector<Member*> members(executingOperations_.begin(), executingOperations_.end());
   readyOperations_->forEach([&](Member* member) { members.push_back(member); });
   members.insert(members.end(), notReadyOperations_.begin(), notReadyOperations_.end());
@@ -183,7 +183,7 @@ void ZTOperationQueue::addOperation(const std::shared_ptr<ZTOperation>& operatio
 
 void ZTOperationQueue::addOperations(const std::vector<std::shared_ptr<ZTOperation>>& operations) {
   if (operations.empty()) return;
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   std::string refused;
   for (const auto& operation : operations) {
     if (!operation || operation->isFinished() || operation->isExecuting()) continue;
@@ -268,7 +268,6 @@ ZTOperationQueue::Member& ZTOperationQueue::makeMember(const OperationPointer& o
 }
 
 void ZTOperationQueue::startNextOperationIfPossible() {
-  std::lock_guard lock(monitor_);
   if (suspended_ || disposed_) return;
   std::vector<OperationPointer>& toStart = toStartScratch_;
   while (!readyOperations_->empty()) {
@@ -296,7 +295,7 @@ void ZTOperationQueue::startNextOperationIfPossible() {
 }
 
 void ZTOperationQueue::handleOperationIsReadyPropertyChange(Member& member, ZTOperation& operation) {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   // A late call for an operation that has already left the queue changes nothing.
   if (disposed_ || member.operation.get() != &operation) return;
   const auto place = member.place;
@@ -317,7 +316,7 @@ void ZTOperationQueue::handleOperationIsFinishedPropertyChange(Member& member, Z
   std::shared_ptr<ZTOperationQueue> self;
   OperationPointer held;  // keeps the operation alive until this handler is done with it
   {
-    std::lock_guard lock(monitor_);
+    ZTLockGuard lock(monitor_);
     if (!operation.isFinished() || member.operation.get() != &operation) return;
     switch (member.place) {
       case Member::Place::Executing:
@@ -350,12 +349,12 @@ void ZTOperationQueue::cancelAllOperationsInCollections(bool includeExecuting) {
 }
 
 void ZTOperationQueue::cancelAllOperations() {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   cancelAllOperationsInCollections(true);
 }
 
 void ZTOperationQueue::cancelAllButFinishRunningOperations() {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   cancelAllOperationsInCollections(false);
 }
 
@@ -363,7 +362,7 @@ void ZTOperationQueue::dispose() {
   const bool onWorkerThread = workerThread_->runLoop()->isCurrent();
   std::vector<OperationPointer> notYetStarted;
   {
-    std::lock_guard lock(monitor_);
+    ZTLockGuard lock(monitor_);
     if (disposed_) return;
     disposed_ = true;
     cancelAllOperationsInCollections(true);
@@ -393,7 +392,7 @@ void ZTOperationQueue::dispose() {
   const timespec tenMicroseconds{0, 10'000};
   for (;;) {
     {
-      std::lock_guard lock(monitor_);
+      ZTLockGuard lock(monitor_);
       if (executingOperations_.empty()) return;
     }
     if (std::chrono::steady_clock::now() >= deadline) return;
@@ -402,42 +401,39 @@ void ZTOperationQueue::dispose() {
 }
 
 bool ZTOperationQueue::isDisposed() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return disposed_;
 }
 
 std::int64_t ZTOperationQueue::maxConcurrentOperationCount() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return maxConcurrentOperationCount_;
 }
 
 void ZTOperationQueue::setMaxConcurrentOperationCount(std::int64_t count) {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   maxConcurrentOperationCount_ = count < 1 ? 5 : count;
 }
 
 bool ZTOperationQueue::isSuspended() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return suspended_;
 }
 
 void ZTOperationQueue::setSuspended(bool suspended) {
-  bool resumed;
-  {
-    std::lock_guard lock(monitor_);
-    resumed = suspended_ && !suspended;
-    suspended_ = suspended;
-  }
+  ZTLockGuard lock(monitor_);
+  const bool resumed = suspended_ && !suspended;
+  suspended_ = suspended;
   if (resumed) startNextOperationIfPossible();
 }
 
 std::string ZTOperationQueue::name() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return name_;
 }
 
 void ZTOperationQueue::setName(std::string name) {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   name_ = std::move(name);
 }
 
@@ -447,12 +443,12 @@ std::int64_t ZTOperationQueue::operationsCountLocked() const {
 }
 
 std::int64_t ZTOperationQueue::operationsCount() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return operationsCountLocked();
 }
 
 std::vector<std::shared_ptr<ZTOperation>> ZTOperationQueue::operations() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   std::vector<OperationPointer> result;
   result.reserve(static_cast<std::size_t>(operationsCountLocked()));
   for (const Member* member : executingOperations_) result.push_back(member->operation);
@@ -462,7 +458,7 @@ std::vector<std::shared_ptr<ZTOperation>> ZTOperationQueue::operations() const {
 }
 
 std::vector<std::shared_ptr<ZTOperation>> ZTOperationQueue::executingOperations() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   std::vector<OperationPointer> result;
   result.reserve(executingOperations_.size());
   for (const Member* member : executingOperations_) result.push_back(member->operation);

@@ -8,12 +8,12 @@
 
 #include <atomic>
 #include <exception>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "platform/internal/system_thread.h"
 #include "zentrel/platform/log.h"
+#include "zentrel/platform/mutex.h"
 
 using zt::internal::currentSystemThreadId;
 using zt::internal::RunLoopImpl;
@@ -44,9 +44,9 @@ struct zt::internal::RunLoopImpl {
   std::atomic<bool> stopRequested{false};  // stop() was called and no turn has ended because of it yet
   std::optional<WorkGuard> permanentGuard;  // the main loop always has a source
 
-  std::mutex sourcesMutex;
-  std::vector<std::weak_ptr<TimerImpl>> timers;                     // guarded by sourcesMutex
-  std::vector<std::weak_ptr<FileDescriptorSourceImpl>> descriptors;  // guarded by sourcesMutex
+  ZTMutex sourcesMutex;
+  std::vector<std::weak_ptr<TimerImpl>> timers ZT_GUARDED_BY(sourcesMutex);
+  std::vector<std::weak_ptr<FileDescriptorSourceImpl>> descriptors ZT_GUARDED_BY(sourcesMutex);
 
   bool isOwner() const { return ownerThread.load(std::memory_order_relaxed) == currentSystemThreadId(); }
   // Before a turn: asio also stops a context that ran out of work, which must not keep the next
@@ -208,7 +208,7 @@ void zt::internal::RunLoopImpl::cancelSources() {
   std::vector<std::shared_ptr<TimerImpl>> liveTimers;
   std::vector<std::shared_ptr<FileDescriptorSourceImpl>> liveDescriptors;
   {
-    std::lock_guard lock(sourcesMutex);
+    ZTLockGuard lock(sourcesMutex);
     for (auto& weak : timers)
       if (auto t = weak.lock()) liveTimers.push_back(std::move(t));
     for (auto& weak : descriptors)
@@ -300,9 +300,10 @@ std::shared_ptr<ZTTimer> ZTRunLoop::scheduleTimer(Seconds interval, bool repeats
   if (!callback || impl_->closed.load()) return nullptr;
   auto timer = std::make_shared<TimerImpl>(shared_from_this(), *impl_, interval, repeats, std::move(callback));
   {
-    std::lock_guard lock(impl_->sourcesMutex);
-    std::erase_if(impl_->timers, [](const auto& weak) { return weak.expired(); });
-    impl_->timers.push_back(timer);
+    RunLoopImpl& impl = *impl_;
+    ZTLockGuard lock(impl.sourcesMutex);
+    std::erase_if(impl.timers, [](const auto& weak) { return weak.expired(); });
+    impl.timers.push_back(timer);
   }
   timer->arm();
   return timer;
@@ -318,9 +319,10 @@ std::shared_ptr<ZTFileDescriptorSource> ZTRunLoop::addFileDescriptorSource(int f
     return nullptr;
   }
   {
-    std::lock_guard lock(impl_->sourcesMutex);
-    std::erase_if(impl_->descriptors, [](const auto& weak) { return weak.expired(); });
-    impl_->descriptors.push_back(source);
+    RunLoopImpl& impl = *impl_;
+    ZTLockGuard lock(impl.sourcesMutex);
+    std::erase_if(impl.descriptors, [](const auto& weak) { return weak.expired(); });
+    impl.descriptors.push_back(source);
   }
   source->arm();
   return source;

@@ -22,11 +22,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "zentrel/operations/concurrent_operation.h"
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 
 class ZTOperationQueue;
 class ZTNotificationObserver;
@@ -72,12 +72,12 @@ class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
   void cancelOperationQueueSpawnedThreadIfNeeded();
   void handleConcurrentOperationQueueDidBecameEmptyNotification();
 
-  mutable std::mutex mutex_;
-  std::vector<std::shared_ptr<ZTOperation>> operations_;  // guarded by mutex_
-  std::shared_ptr<ZTOperationQueue> operationQueue_;      // guarded by mutex_; set once started
+  mutable ZTMutex mutex_;
+  std::vector<std::shared_ptr<ZTOperation>> operations_ ZT_GUARDED_BY(mutex_);
+  std::shared_ptr<ZTOperationQueue> operationQueue_ ZT_GUARDED_BY(mutex_);  // set once started
   const std::uint64_t options_;
   CompletionHandler completionHandler_;
-  std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_;  // guarded by mutex_
+  std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_ ZT_GUARDED_BY(mutex_);
 };
 
 class ZT_API ZTMutableCompoundConcurrentOperation : public ZTCompoundConcurrentOperation {

@@ -27,12 +27,12 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include "zentrel/operations/operation.h"
 #include "zentrel/platform/error.h"
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/thread.h"
 
 class ZT_API ZTConcurrentOperation : public ZTOperation {
@@ -140,11 +140,11 @@ class ZT_API ZTConcurrentOperation : public ZTOperation {
   std::atomic<bool> completionClaimed_{false};
   bool spawnsWorkerThread_ = false;
   std::shared_ptr<ZTThread> workerThread_;
-  mutable std::mutex userInfoMutex_;
-  std::shared_ptr<void> userInfo_;  // guarded by userInfoMutex_
+  mutable ZTMutex userInfoMutex_;
+  std::shared_ptr<void> userInfo_ ZT_GUARDED_BY(userInfoMutex_);
   // Recursive, so that an observer reacting to one change may read and change flags on its thread.
-  mutable std::recursive_mutex changingExecutingLock_;
-  mutable std::recursive_mutex changingFinishedLock_;
+  mutable ZTRecursiveMutex changingExecutingLock_;
+  mutable ZTRecursiveMutex changingFinishedLock_;
   Handler startHandler_;
   Handler cancellationHandler_;
   FailureHandler failureHandler_;

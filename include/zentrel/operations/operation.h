@@ -33,16 +33,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 
 // Queue priorities. Other values are rounded to the nearest of these.
 inline constexpr std::int64_t ZTOperationQueuePriorityVeryLow = -8;
@@ -179,29 +178,30 @@ class ZT_API ZTOperation : public std::enable_shared_from_this<ZTOperation> {
   std::atomic<std::int64_t> queuePriority_{ZTOperationQueuePriorityNormal};
   std::atomic<bool> completionClaimed_{false};
 
-  mutable std::mutex dependenciesMutex_;
+  mutable ZTMutex dependenciesMutex_;
   struct Dependency {
     std::shared_ptr<ZTOperation> operation;
     std::shared_ptr<ZTOperationObservation> observation;
   };
-  std::vector<Dependency> dependencies_;  // guarded by dependenciesMutex_
+  std::vector<Dependency> dependencies_ ZT_GUARDED_BY(dependenciesMutex_);
 
-  mutable std::mutex observersMutex_;
-  std::vector<std::shared_ptr<Observation>> observers_;  // guarded by observersMutex_
+  mutable ZTMutex observersMutex_;
+  std::vector<std::shared_ptr<Observation>> observers_ ZT_GUARDED_BY(observersMutex_);
   std::atomic<std::size_t> observersCount_{0};
 
-  mutable std::mutex stateMutex_;
-  std::condition_variable stateCondition_;  // waited on under stateMutex_
+  mutable ZTMutex stateMutex_;
+  ZTConditionVariable stateCondition_;  // waited on with stateMutex_
   std::atomic<int> waiters_{0};
   std::atomic<bool> finishAnnounced_{false};
   std::atomic<bool> completionHandlerWasCalled_{false};
-  std::function<void()> completionBlock_;  // guarded by stateMutex_
-  std::string name_;                       // guarded by stateMutex_
+  std::function<void()> completionBlock_ ZT_GUARDED_BY(stateMutex_);
+  std::string name_ ZT_GUARDED_BY(stateMutex_);
 
   // The holder (see attachHolder()); held_ tells a change whether to look for one without taking
   // the lock.
   void notifyHolder(std::string_view key);
   std::atomic<bool> held_{false};
-  const Holder* holderAddress_ = nullptr;  // guarded by observersMutex_; identifies holder_ once it has gone
-  std::weak_ptr<Holder> holder_;            // guarded by observersMutex_
+  // holderAddress_ identifies holder_ also once it has gone.
+  const Holder* holderAddress_ ZT_GUARDED_BY(observersMutex_) = nullptr;
+  std::weak_ptr<Holder> holder_ ZT_GUARDED_BY(observersMutex_);
 };

@@ -32,13 +32,13 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "zentrel/operations/operation.h"
 #include "zentrel/platform/comparison_result.h"
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/thread.h"
 
 inline constexpr const char* ZTOperationQueueDidBecameEmptyNotification = "ZTOperationQueueDidBecameEmptyNotification";
@@ -103,32 +103,36 @@ class ZT_API ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQ
   // The members ready to start, in starting order.
   class ReadyMembers;
 
-  void startNextOperationIfPossible();
-  void handleOperationIsReadyPropertyChange(Member& member, ZTOperation& operation);
-  void handleOperationIsFinishedPropertyChange(Member& member, ZTOperation& operation);
-  void cancelAllOperationsInCollections(bool includeExecuting);
-  std::int64_t operationsCountLocked() const;
-  void insertReady(Member& member);
-  void addExecuting(Member& member);
-  void removeExecuting(Member& member);
-  void addNotReady(Member& member);
-  void removeNotReady(Member& member);
+  // The handlers take the monitor; they may be reached while this thread holds it already (an
+  // operation cancelled under the monitor changes its readiness), hence a recursive monitor.
+  void handleOperationIsReadyPropertyChange(Member& member, ZTOperation& operation) ZT_EXCLUDES(monitor_);
+  void handleOperationIsFinishedPropertyChange(Member& member, ZTOperation& operation) ZT_EXCLUDES(monitor_);
+  void startNextOperationIfPossible() ZT_REQUIRES(monitor_);
+  void cancelAllOperationsInCollections(bool includeExecuting) ZT_REQUIRES(monitor_);
+  std::int64_t operationsCountLocked() const ZT_REQUIRES(monitor_);
+  void insertReady(Member& member) ZT_REQUIRES(monitor_);
+  void addExecuting(Member& member) ZT_REQUIRES(monitor_);
+  void removeExecuting(Member& member) ZT_REQUIRES(monitor_);
+  void addNotReady(Member& member) ZT_REQUIRES(monitor_);
+  void removeNotReady(Member& member) ZT_REQUIRES(monitor_);
   // The member leaves the queue: the operation is free to join another queue. Returns the queue's
   // reference to the operation.
-  OperationPointer release(Member& member);
-  Member& makeMember(const OperationPointer& operation);
+  OperationPointer release(Member& member) ZT_REQUIRES(monitor_);
+  Member& makeMember(const OperationPointer& operation) ZT_REQUIRES(monitor_);
 
-  mutable std::recursive_mutex monitor_;
-  std::int64_t maxConcurrentOperationCount_ = 5;  // guarded by monitor_
-  bool suspended_ = false;                        // guarded by monitor_
-  bool disposed_ = false;                         // guarded by monitor_
-  std::string name_;                              // guarded by monitor_
+  mutable ZTRecursiveMutex monitor_;
+  std::int64_t maxConcurrentOperationCount_ ZT_GUARDED_BY(monitor_) = 5;
+  bool suspended_ ZT_GUARDED_BY(monitor_) = false;
+  bool disposed_ ZT_GUARDED_BY(monitor_) = false;
+  std::string name_ ZT_GUARDED_BY(monitor_);
   const std::shared_ptr<ZTThread> workerThread_;
-  std::unique_ptr<ReadyMembers> readyOperations_;  // guarded by monitor_
-  std::vector<Member*> notReadyOperations_;         // guarded by monitor_
-  std::vector<Member*> executingOperations_;        // guarded by monitor_
-  std::vector<OperationPointer> toStartScratch_;    // guarded by monitor_
-  std::vector<std::unique_ptr<Member>> members_;  // guarded by monitor_; every member the queue has made
-  std::vector<Member*> freeMembers_;              // guarded by monitor_; those not in use
+  // The members' own fields are the queue's too: they are read and written only by the functions
+  // above that require the monitor.
+  const std::unique_ptr<ReadyMembers> readyOperations_ ZT_PT_GUARDED_BY(monitor_);
+  std::vector<Member*> notReadyOperations_ ZT_GUARDED_BY(monitor_);
+  std::vector<Member*> executingOperations_ ZT_GUARDED_BY(monitor_);
+  std::vector<OperationPointer> toStartScratch_ ZT_GUARDED_BY(monitor_);
+  std::vector<std::unique_ptr<Member>> members_ ZT_GUARDED_BY(monitor_);  // every member made
+  std::vector<Member*> freeMembers_ ZT_GUARDED_BY(monitor_);              // those not in use
   std::shared_ptr<zt::detail::PendingStarts> pendingStarts_;
 };

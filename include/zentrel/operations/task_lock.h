@@ -14,9 +14,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 
 class ZT_API ZTTaskLock : public std::enable_shared_from_this<ZTTaskLock> {
  public:
@@ -32,8 +32,8 @@ class ZT_API ZTTaskLock : public std::enable_shared_from_this<ZTTaskLock> {
   void setBlock(std::function<void()> block);
 
  private:
-  ZTTaskLock() = default;
-  mutable std::recursive_mutex monitor_;
+  explicit ZTTaskLock(std::function<void()> block) : block_(std::move(block)) {}
+  mutable ZTRecursiveMutex monitor_;
   std::atomic<std::uint64_t> lockCounter_{0};
-  std::function<void()> block_;  // guarded by monitor_
+  std::function<void()> block_ ZT_GUARDED_BY(monitor_);
 };

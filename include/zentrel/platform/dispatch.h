@@ -13,12 +13,12 @@
 // empty call is ignored. A call that throws is caught and reported through ZTLog.
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
 
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 
 class ZT_API ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQueue> {
  public:
@@ -64,9 +64,9 @@ class ZT_API ZTSemaphore {
   bool wait(std::chrono::duration<double> timeout);
 
  private:
-  std::mutex mutex_;
-  std::condition_variable condition_;
-  long count_;  // guarded by mutex_
+  ZTMutex mutex_;
+  ZTConditionVariable condition_;
+  long count_ ZT_GUARDED_BY(mutex_);
 };
 
 // Runs a call exactly once per token, however many threads race for it; the others wait until

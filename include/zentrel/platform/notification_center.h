@@ -16,11 +16,11 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/value.h"
 
 class ZTDispatchQueue;
@@ -71,6 +71,6 @@ class ZT_API ZTNotificationCenter : public std::enable_shared_from_this<ZTNotifi
  private:
   struct Registration;
   ZTNotificationCenter() = default;
-  mutable std::mutex mutex_;
-  std::vector<std::shared_ptr<Registration>> registrations_;  // guarded by mutex_
+  mutable ZTMutex mutex_;
+  std::vector<std::shared_ptr<Registration>> registrations_ ZT_GUARDED_BY(mutex_);
 };

@@ -15,14 +15,13 @@
 // run-loop turn the thread may be in, so that a thread waiting in its loop notices at once.
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/run_loop.h"
 
 class ZT_API ZTThread : public std::enable_shared_from_this<ZTThread> {
@@ -91,9 +90,9 @@ class ZT_API ZTThread : public std::enable_shared_from_this<ZTThread> {
   std::atomic<bool> finished_{false};
   std::atomic<bool> started_{false};
   std::atomic<long> tid_{0};
-  mutable std::mutex mutex_;  // guards name_, priority_
-  std::string name_;
-  double priority_ = 0.5;
-  std::mutex finishMutex_;
-  std::condition_variable finishCondition_;
+  mutable ZTMutex mutex_;
+  std::string name_ ZT_GUARDED_BY(mutex_);
+  double priority_ ZT_GUARDED_BY(mutex_) = 0.5;
+  ZTMutex finishMutex_;
+  ZTConditionVariable finishCondition_;  // waited on with finishMutex_ until finished_
 };
