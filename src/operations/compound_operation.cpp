@@ -162,7 +162,8 @@ void ZTMutableCompoundConcurrentOperation::addOperations(const std::vector<std::
   addOperationsBeforeStart(operations);
 }
 
-void ZTCompoundConcurrentOperation::addOperationsBeforeStart(const std::vector<std::shared_ptr<ZTOperation>>& operations) {
+void ZTCompoundConcurrentOperation::addOperationsBeforeStart(
+    const std::vector<std::shared_ptr<ZTOperation>>& operations) {
   ZTLockGuard lock(mutex_);
   if (operationQueue_) return;
   for (const auto& operation : operations)

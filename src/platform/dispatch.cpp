@@ -55,7 +55,7 @@ class MainQueue final : public ZTDispatchQueue {
  public:
   void async(std::function<void()> call) override {
     if (!call) return;
-    ZTRunLoop::main()->post([call = std::move(call)] { runReporting(call, "main"); });
+    (void)ZTRunLoop::main()->post([call = std::move(call)] { runReporting(call, "main"); });  // never closed
   }
   void after(Seconds delay, std::function<void()> call) override {
     if (!call) return;

@@ -36,7 +36,7 @@ TEST(Operation, SynchronousStartRunsMainOnceAndReportsStateChangesInOrder) {
   auto operation = std::make_shared<CountingOperation>();
   ChangeLog log;
   bool executingSeenDuringMain = false;
-  operation->addObserver({}, [&](ZTOperation& changed, std::string_view key, ZTKeyValueChange change) {
+  (void)operation->addObserver({}, [&](ZTOperation& changed, std::string_view key, ZTKeyValueChange change) {
     log.add(key, change);
     if (key == ZTOperationIsExecutingKey && change == ZTKeyValueChange::DidChange && changed.isExecuting())
       executingSeenDuringMain = true;
@@ -74,7 +74,7 @@ TEST(Operation, ReadinessFollowsDependenciesAndCancellation) {
   auto second = std::make_shared<CountingOperation>();
   auto dependent = std::make_shared<CountingOperation>();
   ChangeLog log;
-  dependent->addObserver({std::string(ZTOperationIsReadyKey)},
+  (void)dependent->addObserver({std::string(ZTOperationIsReadyKey)},
                          [&](ZTOperation&, std::string_view key, ZTKeyValueChange change) { log.add(key, change); });
   EXPECT_TRUE(dependent->isReady());
   dependent->addDependency(first);
@@ -118,7 +118,7 @@ TEST(Operation, HolderIsAloneAndHearsReadinessAndFinishingAfterTheObservers) {
   auto other = std::make_shared<RecordingHolder>(log);
   auto dependency = std::make_shared<CountingOperation>();
   auto operation = std::make_shared<CountingOperation>();
-  operation->addObserver({std::string(ZTOperationIsReadyKey), std::string(ZTOperationIsFinishedKey)},
+  (void)operation->addObserver({std::string(ZTOperationIsReadyKey), std::string(ZTOperationIsFinishedKey)},
                          [&](ZTOperation&, std::string_view key, ZTKeyValueChange change) {
                            if (change == ZTKeyValueChange::DidChange) log.add(key, change);
                          });
@@ -180,7 +180,7 @@ TEST(Operation, ObserverRemovedDuringCallbackIsNotCalledAgain) {
     EXPECT_TRUE(changed.removeObserver(observation));
   });
   int otherCalls = 0;
-  operation->addObserver({std::string(ZTOperationIsFinishedKey)},
+  (void)operation->addObserver({std::string(ZTOperationIsFinishedKey)},
                          [&](ZTOperation&, std::string_view, ZTKeyValueChange) { ++otherCalls; });
   operation->start();
   EXPECT_EQ(calls, 1);
@@ -193,7 +193,7 @@ TEST(Operation, CompletionBlockRunsOnceAfterFinishedObserversOnTheFinishingThrea
   auto operation = std::make_shared<CountingOperation>();
   std::vector<std::string> order;
   std::thread::id completionThread;
-  operation->addObserver({std::string(ZTOperationIsFinishedKey)},
+  (void)operation->addObserver({std::string(ZTOperationIsFinishedKey)},
                          [&](ZTOperation&, std::string_view, ZTKeyValueChange change) {
                            if (change == ZTKeyValueChange::DidChange) order.push_back("observer");
                          });
@@ -244,7 +244,7 @@ TEST(Operation, ReadinessSettlesWhenDependenciesFinishOnManyThreads) {
       dependent->addDependency(dependencies.back());
     }
     std::atomic<int> readyAnnouncements{0};
-    dependent->addObserver({std::string(ZTOperationIsReadyKey)},
+    (void)dependent->addObserver({std::string(ZTOperationIsReadyKey)},
                            [&](ZTOperation& changed, std::string_view, ZTKeyValueChange change) {
                              if (change == ZTKeyValueChange::DidChange && changed.isReady()) ++readyAnnouncements;
                            });

@@ -30,9 +30,10 @@ class ZT_API ZTBlockOperation : public ZTCancellationHandlingOperation {
   using FailureHandler = std::function<void(ZTBlockOperation& operation, const ZTError& error)>;
 
   // nullptr when the execution block or the failure handler is empty.
-  static std::shared_ptr<ZTBlockOperation> create(ExecutionBlock executionBlock, Handler startHandler,
-                                                  Handler cancellationHandler, Handler successHandler,
-                                                  FailureHandler failureHandler);
+  [[nodiscard]] static std::shared_ptr<ZTBlockOperation> create(ExecutionBlock executionBlock, Handler startHandler,
+                                                                Handler cancellationHandler,
+                                                                Handler successHandler,
+                                                                FailureHandler failureHandler);
   // Use create(); public only for std::make_shared.
   ZTBlockOperation(ExecutionBlock executionBlock, Handler startHandler, Handler cancellationHandler,
                    Handler successHandler, FailureHandler failureHandler);
@@ -55,15 +56,15 @@ class ZT_API ZTConcurrentBlockOperation : public ZTConcurrentOperation {
   using SuccessHandler = std::function<void(ZTConcurrentBlockOperation& operation)>;
 
   // nullptr when the worker thread is unusable (see ZTConcurrentOperation).
-  static std::shared_ptr<ZTConcurrentBlockOperation> create(
+  [[nodiscard]] static std::shared_ptr<ZTConcurrentBlockOperation> create(
       ExecutionBlock executionBlock, AsyncExecutionBlock asyncExecutionBlock, std::shared_ptr<ZTThread> workerThread,
       Handler startHandler, Handler cancellationHandler, SuccessHandler successHandler, FailureHandler failureHandler);
   // Synchronous block; nullptr also when it is empty.
-  static std::shared_ptr<ZTConcurrentBlockOperation> createWithExecutionBlock(
+  [[nodiscard]] static std::shared_ptr<ZTConcurrentBlockOperation> createWithExecutionBlock(
       ExecutionBlock executionBlock, std::shared_ptr<ZTThread> workerThread, Handler startHandler,
       Handler cancellationHandler, SuccessHandler successHandler, FailureHandler failureHandler);
   // Asynchronous block, which finishes the operation itself.
-  static std::shared_ptr<ZTConcurrentBlockOperation> createWithAsyncExecutionBlock(
+  [[nodiscard]] static std::shared_ptr<ZTConcurrentBlockOperation> createWithAsyncExecutionBlock(
       AsyncExecutionBlock asyncExecutionBlock, std::shared_ptr<ZTThread> workerThread, Handler startHandler,
       Handler cancellationHandler, FailureHandler failureHandler);
 
@@ -87,7 +88,8 @@ class ZT_API ZTAlwaysFailingOperation : public ZTOperation {
   using FailureHandler = std::function<void(ZTAlwaysFailingOperation& operation, const ZTError& error)>;
 
   // nullptr when the failure handler is empty.
-  static std::shared_ptr<ZTAlwaysFailingOperation> create(ZTError error, FailureHandler failureHandler);
+  [[nodiscard]] static std::shared_ptr<ZTAlwaysFailingOperation> create(ZTError error,
+                                                                        FailureHandler failureHandler);
   // Use create(); public only for std::make_shared.
   ZTAlwaysFailingOperation(ZTError error, FailureHandler failureHandler);
 

@@ -39,11 +39,10 @@ class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
 
   // nullptr when the completion handler is empty, the member list is empty, or the worker thread is
   // unusable (see ZTConcurrentOperation).
-  static std::shared_ptr<ZTCompoundConcurrentOperation> create(std::vector<std::shared_ptr<ZTOperation>> operations,
-                                                               std::uint64_t options,
-                                                               std::shared_ptr<ZTThread> workerThread,
-                                                               Handler startHandler, Handler cancellationHandler,
-                                                               CompletionHandler completionHandler);
+  [[nodiscard]] static std::shared_ptr<ZTCompoundConcurrentOperation> create(
+      std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
+      std::shared_ptr<ZTThread> workerThread, Handler startHandler, Handler cancellationHandler,
+      CompletionHandler completionHandler);
 
   // Use create(); public only for std::make_shared.
   ZTCompoundConcurrentOperation(std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
@@ -83,7 +82,7 @@ class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
 class ZT_API ZTMutableCompoundConcurrentOperation : public ZTCompoundConcurrentOperation {
  public:
   // As the base's create(), but an empty member list is accepted.
-  static std::shared_ptr<ZTMutableCompoundConcurrentOperation> create(
+  [[nodiscard]] static std::shared_ptr<ZTMutableCompoundConcurrentOperation> create(
       std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
       std::shared_ptr<ZTThread> workerThread, Handler startHandler, Handler cancellationHandler,
       CompletionHandler completionHandler);

@@ -57,7 +57,7 @@ class ZT_API ZTConcurrentOperation : public ZTOperation {
 
   // Constructs T and completes its set-up; nullptr when the worker thread is unusable.
   template <class T, class... A>
-  static std::shared_ptr<T> make(A&&... arguments) {
+  [[nodiscard]] static std::shared_ptr<T> make(A&&... arguments) {
     auto operation = std::make_shared<T>(std::forward<A>(arguments)...);
     if (!operation->completeInitialization()) return nullptr;
     return operation;

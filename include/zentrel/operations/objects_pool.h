@@ -90,16 +90,17 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   static constexpr std::uint64_t defaultMaxCount = std::numeric_limits<std::uint32_t>::max();
 
-  static std::shared_ptr<ZTObjectsPool> pool() { return poolWithObjects({}, defaultMaxCount); }
-  static std::shared_ptr<ZTObjectsPool> poolWithMaxCount(std::uint64_t maxCount) {
+  [[nodiscard]] static std::shared_ptr<ZTObjectsPool> pool() { return poolWithObjects({}, defaultMaxCount); }
+  [[nodiscard]] static std::shared_ptr<ZTObjectsPool> poolWithMaxCount(std::uint64_t maxCount) {
     return poolWithObjects({}, maxCount);
   }
   // The objects become free; the limit is their number.
-  static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects) {
+  [[nodiscard]] static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects) {
     return poolWithObjects(objects, objects.size());
   }
   // nullptr when there are more objects than the limit. Null and repeated objects count once.
-  static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects, std::uint64_t maxCount) {
+  [[nodiscard]] static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects,
+                                                                      std::uint64_t maxCount) {
     std::shared_ptr<ZTObjectsPool> result(new ZTObjectsPool(maxCount));
     {
       ZTLockGuard lock(result->mutex_);
@@ -115,14 +116,14 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   // ---- Taking objects ----
 
-  Object getObject() {
+  [[nodiscard]] Object getObject() {
     ZTLockGuard lock(mutex_);
     return getObjectLocked();
   }
 
   // The first free object the test accepts (any free object without a test), now busy; nullptr
   // when there is none.
-  Object getObjectPassingTest(const Test& test) {
+  [[nodiscard]] Object getObjectPassingTest(const Test& test) {
     ZTLockGuard lock(mutex_);
     if (free_.empty()) return nullptr;
     std::size_t index = free_.size() - 1;
@@ -144,7 +145,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   // Up to n objects, taken one at a time; fewer (or none) when fewer are free.
-  std::vector<Object> getObjectsWithCount(std::uint64_t n) {
+  [[nodiscard]] std::vector<Object> getObjectsWithCount(std::uint64_t n) {
     std::vector<Object> result;
     for (std::uint64_t i = 0; i < n; ++i) {
       Object object = getObject();
@@ -172,7 +173,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   // True when the request was still waiting and is now withdrawn.
-  bool cancelGetRequestWithToken(const Token& token) {
+  [[nodiscard]] bool cancelGetRequestWithToken(const Token& token) {
     if (!token) return false;
     ZTLockGuard lock(mutex_);
     auto it = waiting_.find(token->serial());
@@ -182,7 +183,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   // Blocks until an object can be handed to the caller.
-  Object getObjectWaitUntilBecomeAvailable() {
+  [[nodiscard]] Object getObjectWaitUntilBecomeAvailable() {
     struct Delivery {
       ZTSemaphore semaphore;
       Object object;
@@ -209,7 +210,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   // False unless the object is busy in this pool; otherwise it becomes free (or goes to a waiting
   // request) and the result is true.
-  bool putObject(const Object& object) {
+  [[nodiscard]] bool putObject(const Object& object) {
     if (!object) return false;
     ZTLockGuard lock(mutex_);
     // Objects usually come back in the order they went out: try the last one taken before the table.
@@ -223,14 +224,14 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     return true;
   }
 
-  bool addObjectToFreeObjects(const Object& object) {
+  [[nodiscard]] bool addObjectToFreeObjects(const Object& object) {
     if (!object) return false;
     return addObjectsFromArrayToFreeObjects({object});
   }
 
   // False (adding nothing) for an empty array, a null or already held object, or when the limit
   // would be exceeded. Serves waiting requests with the new objects.
-  bool addObjectsFromArrayToFreeObjects(const std::vector<Object>& objects) {
+  [[nodiscard]] bool addObjectsFromArrayToFreeObjects(const std::vector<Object>& objects) {
     std::vector<std::pair<CompletionHandler, Object>> served;
     {
       ZTLockGuard lock(mutex_);
@@ -242,13 +243,13 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     return true;
   }
 
-  bool addObjectToBusyObjects(const Object& object) {
+  [[nodiscard]] bool addObjectToBusyObjects(const Object& object) {
     if (!object) return false;
     return addObjectsFromArrayToBusyObjects({object});
   }
 
   // As for free objects, but the objects count as handed out; waiting requests are not served.
-  bool addObjectsFromArrayToBusyObjects(const std::vector<Object>& objects) {
+  [[nodiscard]] bool addObjectsFromArrayToBusyObjects(const std::vector<Object>& objects) {
     ZTLockGuard lock(mutex_);
     if (!canAddObjects(objects)) return false;
     for (const auto& object : objects) insertBusy(object);
@@ -291,7 +292,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   // ---- Removal and inspection ----
 
-  bool removeObject(const Object& object) {
+  [[nodiscard]] bool removeObject(const Object& object) {
     if (!object) return false;
     ZTLockGuard lock(mutex_);
     return removeObjectLocked(object);

@@ -110,10 +110,10 @@ class ZT_API ZTOperation : public std::enable_shared_from_this<ZTOperation> {
 
   // Block until the operation has finished. Never call them on the thread that would finish it.
   void waitUntilFinished();
-  bool waitUntilFinished(Seconds timeout);
+  [[nodiscard]] bool waitUntilFinished(Seconds timeout);
   // Block until the operation has finished and its completion block (if any) has returned.
   void waitUntilFinishedAndCompletionHandlerCalled();
-  bool waitUntilFinishedAndCompletionHandlerCalled(Seconds timeout);
+  [[nodiscard]] bool waitUntilFinishedAndCompletionHandlerCalled(Seconds timeout);
   bool ztCompletionHandlerWasCalled() const;
 
   std::string name() const;
@@ -121,7 +121,7 @@ class ZT_API ZTOperation : public std::enable_shared_from_this<ZTOperation> {
 
   // Registers an observer of the given keys (empty = every key). An empty callback registers
   // nothing and returns nullptr. Thread-safe.
-  std::shared_ptr<ZTOperationObservation> addObserver(std::vector<std::string> keys, Observer callback);
+  [[nodiscard]] std::shared_ptr<ZTOperationObservation> addObserver(std::vector<std::string> keys, Observer callback);
   // Returns false when the registration was not (or no longer) one of this operation's. Null is ignored.
   bool removeObserver(const std::shared_ptr<ZTOperationObservation>& observation);
   std::size_t observerCount() const;
@@ -142,10 +142,10 @@ class ZT_API ZTOperation : public std::enable_shared_from_this<ZTOperation> {
   // Attaches holder when no holder has the operation (one that has gone but was not detached still
   // counts); otherwise returns false and attaches nothing. Null is refused. The operation keeps a
   // weak reference only. Thread-safe.
-  bool attachHolder(const std::shared_ptr<Holder>& holder);
+  [[nodiscard]] bool attachHolder(const std::shared_ptr<Holder>& holder);
   // Detaches holder when it is the one attached; false otherwise. No change that begins afterwards
   // calls it; a call already under way on another thread may still be running. Thread-safe.
-  bool detachHolder(const Holder& holder);
+  [[nodiscard]] bool detachHolder(const Holder& holder);
   // The attached holder; null when there is none or it has gone.
   std::shared_ptr<Holder> holder() const;
 

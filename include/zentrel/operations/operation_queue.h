@@ -54,7 +54,7 @@ struct PendingStarts;
 class ZT_API ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
  public:
   // nullptr for a null thread. The queue does not check the thread's state.
-  static std::shared_ptr<ZTOperationQueue> create(std::shared_ptr<ZTThread> workerThread);
+  [[nodiscard]] static std::shared_ptr<ZTOperationQueue> create(std::shared_ptr<ZTThread> workerThread);
   ~ZTOperationQueue();
   ZTOperationQueue(const ZTOperationQueue&) = delete;
   ZTOperationQueue& operator=(const ZTOperationQueue&) = delete;

@@ -20,9 +20,9 @@
 
 class ZT_API ZTTaskLock : public std::enable_shared_from_this<ZTTaskLock> {
  public:
-  static std::shared_ptr<ZTTaskLock> taskLockWithBlock(std::function<void()> block);
+  [[nodiscard]] static std::shared_ptr<ZTTaskLock> taskLockWithBlock(std::function<void()> block);
 
-  std::function<void()> getLock();
+  [[nodiscard]] std::function<void()> getLock();
   // What a release function calls: counts one release and runs the block when the count is zero.
   void executeBlock();
 

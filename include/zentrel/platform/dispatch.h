@@ -33,7 +33,7 @@ class ZT_API ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQue
   // Runs the call on the queue and returns when it has run. On the main queue from the main thread
   // the call runs at once on the caller (waiting for itself would never end). Returns false if the
   // queue dropped the call unrun.
-  bool sync(std::function<void()> call);
+  [[nodiscard]] bool sync(std::function<void()> call);
   // Queues the call once the delay has passed.
   virtual void after(Seconds delay, std::function<void()> call) = 0;
   // True when the calling thread is one that serves this queue.
@@ -46,7 +46,7 @@ class ZT_API ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQue
 inline void ZTDispatchAsync(const std::shared_ptr<ZTDispatchQueue>& queue, std::function<void()> call) {
   if (queue) queue->async(std::move(call));
 }
-inline bool ZTDispatchSync(const std::shared_ptr<ZTDispatchQueue>& queue, std::function<void()> call) {
+[[nodiscard]] inline bool ZTDispatchSync(const std::shared_ptr<ZTDispatchQueue>& queue, std::function<void()> call) {
   return queue && queue->sync(std::move(call));
 }
 inline void ZTDispatchAfter(ZTDispatchQueue::Seconds delay, const std::shared_ptr<ZTDispatchQueue>& queue,
@@ -61,7 +61,7 @@ class ZT_API ZTSemaphore {
   void signal();
   void wait();
   // Returns false if the timeout passed before a signal came.
-  bool wait(std::chrono::duration<double> timeout);
+  [[nodiscard]] bool wait(std::chrono::duration<double> timeout);
 
  private:
   ZTMutex mutex_;

@@ -28,7 +28,7 @@ class ZT_API ZTError {
 
   // An error in ZTPOSIXErrorDomain for an errno value, with the system's text as description
   // and, when given, the path involved.
-  static ZTError posix(int errnoValue, const std::string& path = {});
+  [[nodiscard]] static ZTError posix(int errnoValue, const std::string& path = {});
 
   const std::string& domain() const { return domain_; }
   std::int64_t code() const { return code_; }

@@ -47,13 +47,14 @@ class ZT_API ZTNotificationCenter : public std::enable_shared_from_this<ZTNotifi
  public:
   using Callback = std::function<void(const ZTNotification&)>;
 
-  static std::shared_ptr<ZTNotificationCenter> create();
+  [[nodiscard]] static std::shared_ptr<ZTNotificationCenter> create();
   static std::shared_ptr<ZTNotificationCenter> defaultCenter();
 
   // Registers a callable observer for a name and sender; with a queue the callback runs there, else on the poster's
   // thread. An empty callback registers nothing and returns nullptr.
-  std::shared_ptr<ZTNotificationObserver> addObserverForName(std::string name, const void* object,
-                                                      std::shared_ptr<ZTDispatchQueue> queue, Callback callback);
+  [[nodiscard]] std::shared_ptr<ZTNotificationObserver> addObserverForName(std::string name, const void* object,
+                                                                           std::shared_ptr<ZTDispatchQueue> queue,
+                                                                           Callback callback);
   // Registers a callback on behalf of an owner (any address that identifies it), to be removed
   // together with the owner's other registrations by removeObserver(owner, ...).
   void addObserver(const void* owner, std::string name, const void* object, Callback callback);

@@ -69,11 +69,11 @@ class ZT_API ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
 
   // Queues a call. Returns false (and destroys the call unrun) when the loop is closed or the call
   // is empty.
-  bool post(std::function<void()> call);
+  [[nodiscard]] bool post(std::function<void()> call);
 
-  std::shared_ptr<ZTTimer> scheduleTimer(Seconds interval, bool repeats, ZTTimer::Callback callback);
-  std::shared_ptr<ZTFileDescriptorSource> addFileDescriptorSource(int fd, ZTFileDescriptorSource::Event event,
-                                                                  ZTFileDescriptorSource::Callback callback);
+  [[nodiscard]] std::shared_ptr<ZTTimer> scheduleTimer(Seconds interval, bool repeats, ZTTimer::Callback callback);
+  [[nodiscard]] std::shared_ptr<ZTFileDescriptorSource> addFileDescriptorSource(
+      int fd, ZTFileDescriptorSource::Event event, ZTFileDescriptorSource::Callback callback);
 
   // Keeps the loop blocking while it has nothing to do, for as long as the returned token lives
   // (a loop without any source returns from runOnce at once). Worker threads hold one for life.
@@ -89,7 +89,7 @@ class ZT_API ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
     friend class ZTRunLoop;
     std::shared_ptr<void> guard_;  // holds the loop's work guard (and the loop)
   };
-  KeepAlive keepAlive();
+  [[nodiscard]] KeepAlive keepAlive();
 
   // Runs one turn: waits until one event (posted call, timer, file-descriptor source) has been
   // handled or the deadline passes. Returns false when the loop had nothing to run at all — no

@@ -27,7 +27,7 @@
 class ZT_API ZTThread : public std::enable_shared_from_this<ZTThread> {
  public:
   // A thread that runs body once started; an empty body makes a thread that returns at once.
-  static std::shared_ptr<ZTThread> create(std::function<void()> body = {});
+  [[nodiscard]] static std::shared_ptr<ZTThread> create(std::function<void()> body = {});
   virtual ~ZTThread();
   ZTThread(const ZTThread&) = delete;
   ZTThread& operator=(const ZTThread&) = delete;
@@ -57,7 +57,7 @@ class ZT_API ZTThread : public std::enable_shared_from_this<ZTThread> {
   // thread's nice value (0.5 = 0, 0 = 19, 1 = -20). Returns false when the system refused it
   // (raising priority needs privileges); the value is kept and applied again when the thread starts.
   double threadPriority() const;
-  bool setThreadPriority(double priority);
+  [[nodiscard]] bool setThreadPriority(double priority);
 
   // The thread's run loop. For a thread created here it exists from creation, so calls can be
   // posted before start(); they run once the thread runs its loop.

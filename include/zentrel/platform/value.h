@@ -46,8 +46,8 @@ class ZT_API ZTValue {
   ZTValue(ZTValueArray v) : storage_(std::move(v)) {}
   ZTValue(ZTValueDictionary v) : storage_(std::move(v)) {}
 
-  static ZTValue array() { return ZTValue(ZTValueArray{}); }
-  static ZTValue dictionary() { return ZTValue(ZTValueDictionary{}); }
+  [[nodiscard]] static ZTValue array() { return ZTValue(ZTValueArray{}); }
+  [[nodiscard]] static ZTValue dictionary() { return ZTValue(ZTValueDictionary{}); }
 
   Type type() const { return static_cast<Type>(storage_.index()); }
   bool isNull() const { return type() == Type::Null; }
