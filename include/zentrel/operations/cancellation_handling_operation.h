@@ -6,8 +6,10 @@
 // Subclasses override doMain(). The handler runs on the thread that calls start(), after the
 // operation has finished. Set it before the operation starts.
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "zentrel/operations/operation.h"
 #include "zentrel/platform/export.h"

@@ -25,9 +25,12 @@
 // spawned its worker thread cancels that thread when it is destroyed, so the thread lives exactly
 // as long as the operation.
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "zentrel/operations/operation.h"
 #include "zentrel/platform/error.h"

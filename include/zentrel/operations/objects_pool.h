@@ -21,6 +21,7 @@
 
 #include <atomic>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <functional>

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "zentrel/platform/export.h"
 #include "zentrel/platform/mutex.h"

@@ -17,6 +17,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <typeinfo>
+#include <utility>
 
 #include "zentrel/platform/debug_name.h"
 #include "zentrel/platform/export.h"

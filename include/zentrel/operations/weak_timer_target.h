@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <utility>
 
 #include "zentrel/platform/export.h"
 #include "zentrel/platform/run_loop.h"

@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "zentrel/platform/export.h"
 #include "zentrel/platform/mutex.h"

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "zentrel/platform/export.h"
 #include "zentrel/platform/value.h"

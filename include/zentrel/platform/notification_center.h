@@ -13,10 +13,12 @@
 // Sender objects are compared by address only; the notification keeps the sender alive while it is
 // delivered when it is given as a std::shared_ptr.
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "zentrel/platform/export.h"

@@ -7,11 +7,14 @@
 // a null value (or the stated fallback), never an exception; only `at` on an array throws
 // ZTRangeException for an index out of range.
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
