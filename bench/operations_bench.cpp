@@ -146,7 +146,7 @@ void ObjectsPoolGetPut(benchmark::State& state) {
   for (auto _ : state) {
     auto object = pool->getObject();
     benchmark::DoNotOptimize(object.get());
-    pool->putObject(object);
+    benchmark::DoNotOptimize(pool->putObject(object));
   }
   state.SetItemsProcessed(state.iterations());
 }
@@ -195,7 +195,7 @@ void ObjectsPoolGetPutInterleaved(benchmark::State& state) {
   std::shared_ptr<Buffer> taken[8];
   for (auto _ : state) {
     for (auto& object : taken) object = pool->getObject();
-    for (auto& object : taken) pool->putObject(object);
+    for (auto& object : taken) benchmark::DoNotOptimize(pool->putObject(object));
   }
   state.SetItemsProcessed(state.iterations() * 8);
 }

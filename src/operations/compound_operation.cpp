@@ -38,12 +38,12 @@ ZTCompoundConcurrentOperation::~ZTCompoundConcurrentOperation() {
 }
 
 std::vector<std::shared_ptr<ZTOperation>> ZTCompoundConcurrentOperation::operations() const {
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   return operations_;
 }
 
 std::shared_ptr<ZTOperationQueue> ZTCompoundConcurrentOperation::operationQueue() const {
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   return operationQueue_;
 }
 
@@ -64,7 +64,7 @@ void ZTCompoundConcurrentOperation::main() {
       });
   std::vector<std::shared_ptr<ZTOperation>> members;
   {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     operationQueue_ = queue;
     emptyQueueObserver_ = std::move(observer);
     members = operations_;
@@ -88,7 +88,7 @@ void ZTCompoundConcurrentOperation::cancel() {
   std::shared_ptr<ZTOperationQueue> queue;
   std::vector<std::shared_ptr<ZTOperation>> members;
   {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     queue = operationQueue_;
     if (!queue) members = operations_;
   }
@@ -137,7 +137,7 @@ void ZTCompoundConcurrentOperation::completeOperation() {
 void ZTCompoundConcurrentOperation::cancelOperationQueueSpawnedThreadIfNeeded() {
   std::shared_ptr<ZTThread> queueThread;
   {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     if (operationQueue_) queueThread = operationQueue_->workerThread();
   }
   if (queueThread && queueThread != workerThread() && !queueThread->isCancelled()) queueThread->cancel();
@@ -159,7 +159,12 @@ void ZTMutableCompoundConcurrentOperation::addOperation(const std::shared_ptr<ZT
 
 void ZTMutableCompoundConcurrentOperation::addOperations(const std::vector<std::shared_ptr<ZTOperation>>& operations) {
   if (isExecuting()) return;
-  std::lock_guard lock(mutex_);
+  addOperationsBeforeStart(operations);
+}
+
+void ZTCompoundConcurrentOperation::addOperationsBeforeStart(
+    const std::vector<std::shared_ptr<ZTOperation>>& operations) {
+  ZTLockGuard lock(mutex_);
   if (operationQueue_) return;
   for (const auto& operation : operations)
     if (operation) operations_.push_back(operation);

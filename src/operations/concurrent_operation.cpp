@@ -160,7 +160,7 @@ bool ZTConcurrentOperation::isFinished() const { return finished_.load(std::memo
 // A change holds the flag's changing lock for its whole length, notifications included, so changes
 // are serialised; readers never wait for it: they read the flag's current value.
 void ZTConcurrentOperation::setExecuting(bool executing) {
-  std::lock_guard changing(changingExecutingLock_);
+  ZTLockGuard changing(changingExecutingLock_);
   if (executing_.load(std::memory_order_relaxed) == executing) return;
   willChangeValueForKey(ZTOperationIsExecutingKey);
   executing_.store(executing, std::memory_order_release);
@@ -168,7 +168,7 @@ void ZTConcurrentOperation::setExecuting(bool executing) {
 }
 
 void ZTConcurrentOperation::setFinished(bool finished) {
-  std::lock_guard changing(changingFinishedLock_);
+  ZTLockGuard changing(changingFinishedLock_);
   if (finished_.load(std::memory_order_relaxed) == finished) return;
   willChangeValueForKey(ZTOperationIsFinishedKey);
   finished_.store(finished, std::memory_order_release);
@@ -176,11 +176,11 @@ void ZTConcurrentOperation::setFinished(bool finished) {
 }
 
 std::shared_ptr<void> ZTConcurrentOperation::userInfo() const {
-  std::lock_guard lock(userInfoMutex_);
+  ZTLockGuard lock(userInfoMutex_);
   return userInfo_;
 }
 
 void ZTConcurrentOperation::setUserInfo(std::shared_ptr<void> userInfo) {
-  std::lock_guard lock(userInfoMutex_);
+  ZTLockGuard lock(userInfoMutex_);
   userInfo_ = std::move(userInfo);
 }

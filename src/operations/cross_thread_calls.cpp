@@ -20,7 +20,10 @@ void performOnMainThreadSynchronouslyIfPossible(std::function<void()> block) {
 
 void performOnMainThreadSynchronously(std::function<void()> block) {
   performOnMainThreadUsingDispatchFunction(
-      [](const std::shared_ptr<ZTDispatchQueue>& queue, std::function<void()> call) { queue->sync(std::move(call)); },
+      // The main queue runs every call it is given: its loop is never closed.
+      [](const std::shared_ptr<ZTDispatchQueue>& queue, std::function<void()> call) {
+        (void)queue->sync(std::move(call));
+      },
       std::move(block));
 }
 
@@ -75,7 +78,7 @@ std::shared_ptr<ZTTimer> performBlock(std::function<void()> block, std::chrono::
 }
 
 void performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread) {
-  detail::performOnThread(thread, std::move(block), false);
+  (void)detail::performOnThread(thread, std::move(block), false);  // not waited for: a dropped call is not reported
 }
 
 bool performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread, bool waitUntilDone) {

@@ -1,9 +1,9 @@
 #include "zentrel/operations/notification_helpers.h"
 
 #include <atomic>
-#include <mutex>
 
 #include "zentrel/platform/dispatch.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/thread.h"
 
 namespace zt {
@@ -18,8 +18,8 @@ void defaultDelivery(const ZTNotification& notification) {
 }
 
 struct DeliveryHolder {
-  std::mutex mutex;
-  std::shared_ptr<const ZTPostNotificationBlock> block;  // guarded by mutex; null = default delivery
+  ZTMutex mutex;
+  std::shared_ptr<const ZTPostNotificationBlock> block ZT_GUARDED_BY(mutex);  // null = default delivery
 };
 DeliveryHolder& delivery() {
   static auto* holder = new DeliveryHolder;  // never destroyed: threads may post during exit
@@ -30,8 +30,9 @@ DeliveryHolder& delivery() {
 void postNotificationOnProcessingThread(const ZTNotification& notification) {
   std::shared_ptr<const ZTPostNotificationBlock> block;
   {
-    std::lock_guard lock(delivery().mutex);
-    block = delivery().block;
+    DeliveryHolder& holder = delivery();
+    ZTLockGuard lock(holder.mutex);
+    block = holder.block;
   }
   if (block) (*block)(notification);
   else defaultDelivery(notification);
@@ -43,8 +44,9 @@ void postNotificationOnProcessingThreadWithName(std::string name, std::shared_pt
 
 void setPostNotificationOnPrcessingThreadBlock(ZTPostNotificationBlock block) {
   auto next = block ? std::make_shared<const ZTPostNotificationBlock>(std::move(block)) : nullptr;
-  std::lock_guard lock(delivery().mutex);
-  delivery().block = std::move(next);
+  DeliveryHolder& holder = delivery();
+  ZTLockGuard lock(holder.mutex);
+  holder.block = std::move(next);
 }
 
 std::shared_ptr<ZTNotificationObserver> addObserverAndAutomaticallyRemoveAfterFiringForName(
@@ -54,8 +56,8 @@ std::shared_ptr<ZTNotificationObserver> addObserverAndAutomaticallyRemoveAfterFi
   // finds itself through a weak reference filled in once the centre has created it.
   struct State {
     std::atomic<bool> fired{false};
-    std::weak_ptr<ZTNotificationObserver> observer;
-    std::mutex mutex;  // guards observer
+    ZTMutex mutex;
+    std::weak_ptr<ZTNotificationObserver> observer ZT_GUARDED_BY(mutex);
   };
   auto state = std::make_shared<State>();
   auto observer = ZTNotificationCenter::defaultCenter()->addObserverForName(
@@ -65,14 +67,14 @@ std::shared_ptr<ZTNotificationObserver> addObserverAndAutomaticallyRemoveAfterFi
         block(notification);
         std::shared_ptr<ZTNotificationObserver> self;
         {
-          std::lock_guard lock(state->mutex);
+          ZTLockGuard lock(state->mutex);
           self = state->observer.lock();
         }
         removeObserverSafetly(self);
       });
   bool firedBeforeKnown = false;
   {
-    std::lock_guard lock(state->mutex);
+    ZTLockGuard lock(state->mutex);
     state->observer = observer;
     firedBeforeKnown = state->fired.load();
   }

@@ -19,14 +19,14 @@ namespace zt::detail {
 // operation gathered since the previous one, in order, so a busy queue does not post per operation.
 struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
   std::shared_ptr<ZTThread> thread;
-  std::mutex mutex;
-  std::vector<std::shared_ptr<ZTOperation>> operations;  // guarded by mutex
-  bool posted = false;                                   // guarded by mutex
+  ZTMutex mutex;
+  std::vector<std::shared_ptr<ZTOperation>> operations ZT_GUARDED_BY(mutex);
+  bool posted ZT_GUARDED_BY(mutex) = false;
 
   void schedule(std::vector<std::shared_ptr<ZTOperation>>& batch) {
     bool post = false;
     {
-      std::lock_guard lock(mutex);
+      ZTLockGuard lock(mutex);
       for (auto& operation : batch) operations.push_back(std::move(operation));
       if (!posted) posted = post = true;
     }
@@ -39,7 +39,7 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
     if (zt::performBlock([self] { self->startAll(); }, thread, false)) return;
     std::size_t dropped;
     {
-      std::lock_guard lock(mutex);
+      ZTLockGuard lock(mutex);
       dropped = operations.size();
       operations.clear();
       posted = false;
@@ -49,7 +49,7 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
 
   // Operations not yet started, for dispose() on the worker thread.
   std::vector<std::shared_ptr<ZTOperation>> take() {
-    std::lock_guard lock(mutex);
+    ZTLockGuard lock(mutex);
     return std::move(operations);
   }
 
@@ -61,7 +61,7 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
     for (;;) {
       std::vector<std::shared_ptr<ZTOperation>> batch;
       {
-        std::lock_guard lock(mutex);
+        ZTLockGuard lock(mutex);
         if (operations.empty()) {
           posted = false;
           return;
@@ -100,10 +100,58 @@ ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperatio
   return pa > pb ? ZTComparisonResult::OrderedAscending : ZTComparisonResult::OrderedDescending;
 }
 
-namespace {
-// Where an operation is within its queue (ZTOperation::queueState_).
-enum QueueState { kOutside = 0, kNotReady = 1, kReady = 2, kExecuting = 3 };
-}  // namespace
+// A member is called only while its queue lives: the operation refers to it through a weak
+// reference that shares the queue's ownership. Members are kept and used again (see makeMember()), so
+// a late call may reach a member that has moved on to another operation; the handlers tell by the
+// operation they are called with.
+struct ZTOperationQueue::Member final : ZTOperation::Holder {
+  enum class Place { Outside, NotReady, Ready, Executing };
+
+  explicit Member(ZTOperationQueue& owner) : queue(owner) {}
+
+  void operationDidChange(ZTOperation& changed, std::string_view key) override {
+    if (key == ZTOperationIsReadyKey)
+      queue.handleOperationIsReadyPropertyChange(*this, changed);
+    else if (key == ZTOperationIsFinishedKey)
+      queue.handleOperationIsFinishedPropertyChange(*this, changed);
+  }
+
+  ZTOperationQueue& queue;
+  // The queue's reference to the operation from its addition until it leaves the queue (null
+  // otherwise). With the fields below, read and written only by the queue under its monitor.
+  OperationPointer operation;
+  Place place = Place::Outside;
+  std::size_t index = 0;  // in executingOperations_ or notReadyOperations_
+};
+
+// Each member goes into the ready list with its operation beside it, so that the next operation to
+// start can be fetched into the cache before its member has been read.
+class ZTOperationQueue::ReadyMembers {
+ public:
+  std::size_t size() const { return list_.size(); }
+  bool empty() const { return list_.empty(); }
+  void insert(Member& member) { list_.insert({&member, member.operation.get()}); }
+  bool remove(Member& member) { return list_.remove({&member, member.operation.get()}); }
+  Member* popFront() { return list_.popFront().member; }
+  // The next member to start and its operation; nulls when there is none.
+  struct Entry {
+    Member* member = nullptr;
+    ZTOperation* operation = nullptr;
+    bool operator==(const Entry&) const = default;
+  };
+  Entry front() const { return list_.front(); }
+  template <class F>
+  void forEach(F&& f) const {
+    list_.forEach([&](const Entry& entry) { f(entry.member); });
+  }
+  void clear() { list_.clear(); }
+
+ private:
+  struct Priority {
+    std::int64_t operator()(const Entry& entry) const { return entry.operation->queuePriority(); }
+  };
+  zt::detail::ReadyList<Entry, Priority> list_;
+};
 
 std::shared_ptr<ZTOperationQueue> ZTOperationQueue::create(std::shared_ptr<ZTThread> workerThread) {
   if (!workerThread) return nullptr;
@@ -112,18 +160,20 @@ std::shared_ptr<ZTOperationQueue> ZTOperationQueue::create(std::shared_ptr<ZTThr
 
 ZTOperationQueue::ZTOperationQueue(std::shared_ptr<ZTThread> workerThread)
     : workerThread_(std::move(workerThread)),
-      readyOperations_(std::make_unique<zt::detail::ReadyOperations>()),
+      readyOperations_(std::make_unique<ReadyMembers>()),
       pendingStarts_(std::make_shared<zt::detail::PendingStarts>()) {
   pendingStarts_->thread = workerThread_;
 }
 
 ZTOperationQueue::~ZTOperationQueue() {
   // Let every operation still here go, so that it can join another queue.
-  std::lock_guard lock(monitor_);
-  std::vector<OperationPointer> held(executingOperationsSet_.begin(), executingOperationsSet_.end());
-  readyOperations_->forEach([&](ZTOperation* operation) { held.push_back(std::move(operation->queueHold_)); });
-  for (const auto& [key, operation] : notReadyOperationsSet_) held.push_back(operation);
-  for (const auto& operation : held) release(*operation);
+  ZTLockGuard lock(monitor_);
+  std::vector<Member*> members(executingOperations_.begin(), executingOperations_.end());
+  readyOperations_->forEach([&](Member* member) { members.push_back(member); });
+  members.insert(members.end(), notReadyOperations_.begin(), notReadyOperations_.end());
+  std::vector<OperationPointer> released;
+  released.reserve(members.size());
+  for (Member* member : members) released.push_back(release(*member));
 }
 
 void ZTOperationQueue::addOperation(const std::shared_ptr<ZTOperation>& operation) {
@@ -133,162 +183,155 @@ void ZTOperationQueue::addOperation(const std::shared_ptr<ZTOperation>& operatio
 
 void ZTOperationQueue::addOperations(const std::vector<std::shared_ptr<ZTOperation>>& operations) {
   if (operations.empty()) return;
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   std::string refused;
   for (const auto& operation : operations) {
     if (!operation || operation->isFinished() || operation->isExecuting()) continue;
     if (disposed_) return;
-    const void* owner = nullptr;
-    if (!operation->queueOwner_.compare_exchange_strong(owner, this, std::memory_order_acq_rel)) {
+    Member& member = makeMember(operation);
+    // Attached first, then the state read: a change that happens in between reaches the handlers,
+    // which wait for this monitor and then find the operation where it belongs.
+    if (!operation->attachHolder(std::shared_ptr<ZTOperation::Holder>(shared_from_this(), &member))) {
+      member.operation = nullptr;
+      freeMembers_.push_back(&member);
       // Already here: nothing to do. In another queue: refused, after the others are under way.
-      if (owner != this && refused.empty()) refused = describe(operation.get());
+      const auto holder = operation->holder();
+      const auto* current = dynamic_cast<const Member*>(holder.get());
+      if (!(current && &current->queue == this) && refused.empty()) refused = describe(operation.get());
       continue;
     }
-    // Observe first, then read the state: a change that happens in between reaches the handlers,
-    // which wait for this monitor and then find the operation where it belongs.
-    startObservingOperationProperties(operation);
-    if (operation->isReady()) {
-      insertReady(operation);
-    } else {
-      operation->queueState_ = kNotReady;
-      notReadyOperationsSet_.emplace(operation.get(), operation);
-    }
+    if (operation->isReady())
+      insertReady(member);
+    else
+      addNotReady(member);
   }
   startNextOperationIfPossible();
   if (!refused.empty())
     throw ZTInternalInconsistencyException("The operation " + refused + " is already in another operation queue.");
 }
 
-void ZTOperationQueue::insertReady(const OperationPointer& operation) {
-  operation->queueState_ = kReady;
-  operation->queueHold_ = operation;
-  readyOperations_->insert(operation.get());
+void ZTOperationQueue::insertReady(Member& member) {
+  member.place = Member::Place::Ready;
+  readyOperations_->insert(member);
 }
 
-void ZTOperationQueue::addExecuting(OperationPointer operation) {
-  operation->queueState_ = kExecuting;
-  operation->queueIndex_ = executingOperationsSet_.size();
-  executingOperationsSet_.push_back(std::move(operation));
+void ZTOperationQueue::addExecuting(Member& member) {
+  member.place = Member::Place::Executing;
+  member.index = executingOperations_.size();
+  executingOperations_.push_back(&member);
 }
 
-ZTOperationQueue::OperationPointer ZTOperationQueue::removeExecuting(ZTOperation& operation) {
-  const std::size_t index = operation.queueIndex_;
-  OperationPointer removed = std::move(executingOperationsSet_[index]);
-  if (index + 1 != executingOperationsSet_.size()) {
-    executingOperationsSet_[index] = std::move(executingOperationsSet_.back());
-    executingOperationsSet_[index]->queueIndex_ = index;
+void ZTOperationQueue::addNotReady(Member& member) {
+  member.place = Member::Place::NotReady;
+  member.index = notReadyOperations_.size();
+  notReadyOperations_.push_back(&member);
+}
+
+namespace {
+// Removes the member at its index by moving the last one there.
+template <class M>
+void removeAt(std::vector<M*>& members, M& member) {
+  const std::size_t index = member.index;
+  if (index + 1 != members.size()) {
+    members[index] = members.back();
+    members[index]->index = index;
   }
-  executingOperationsSet_.pop_back();
-  return removed;
+  members.pop_back();
+}
+}  // namespace
+
+void ZTOperationQueue::removeExecuting(Member& member) { removeAt(executingOperations_, member); }
+
+void ZTOperationQueue::removeNotReady(Member& member) { removeAt(notReadyOperations_, member); }
+
+ZTOperationQueue::OperationPointer ZTOperationQueue::release(Member& member) {
+  member.place = Member::Place::Outside;
+  OperationPointer operation = std::move(member.operation);
+  if (!operation->detachHolder(member))
+    ZTLogf("Trying to stop obsorvation of operation %s which we are not observing.", describe(operation.get()).c_str());
+  freeMembers_.push_back(&member);
+  return operation;
 }
 
-void ZTOperationQueue::release(ZTOperation& operation) {
-  stopObservingOperationProperties(&operation);
-  operation.queueState_ = kOutside;
-  operation.queueOwner_.store(nullptr, std::memory_order_release);
+// Members are used again rather than allocated per operation: the queue keeps as many as it once
+// held operations at one time, until it is destroyed.
+ZTOperationQueue::Member& ZTOperationQueue::makeMember(const OperationPointer& operation) {
+  Member* member;
+  if (freeMembers_.empty()) {
+    member = members_.emplace_back(std::make_unique<Member>(*this)).get();
+  } else {
+    member = freeMembers_.back();
+    freeMembers_.pop_back();
+  }
+  member->operation = operation;
+  return *member;
 }
 
 void ZTOperationQueue::startNextOperationIfPossible() {
-  std::lock_guard lock(monitor_);
   if (suspended_ || disposed_) return;
   std::vector<OperationPointer>& toStart = toStartScratch_;
   while (!readyOperations_->empty()) {
-    if (static_cast<std::int64_t>(executingOperationsSet_.size()) >= maxConcurrentOperationCount_) break;
-    OperationPointer operation = std::move(readyOperations_->popFront()->queueHold_);
-    if (operation->isFinished()) {
-      release(*operation);
+    if (static_cast<std::int64_t>(executingOperations_.size()) >= maxConcurrentOperationCount_) break;
+    Member& member = *readyOperations_->popFront();
+    if (member.operation->isFinished()) {
+      release(member);
       continue;
     }
-    addExecuting(operation);
-    toStart.push_back(std::move(operation));
+    addExecuting(member);
+    toStart.push_back(member.operation);
   }
   // The next operation to start was usually created long ago; fetch it into the cache while the
   // ones just started run, since a long ready list is walked in an order memory cannot predict.
-  if (ZTOperation* next = readyOperations_->front()) {
-    const char* bytes = reinterpret_cast<const char*>(next);
-    for (std::size_t offset = 0; offset < sizeof(ZTOperation) + 128; offset += 64) __builtin_prefetch(bytes + offset);
+  // (Written out here: GCC drops prefetches from a helper function, which it finds free of effects.)
+  if (const auto next = readyOperations_->front(); next.member) {
+    __builtin_prefetch(next.member);
+    // From the line before the operation, which holds its control block when it was made with
+    // std::make_shared: starting it takes a reference.
+    const char* bytes = reinterpret_cast<const char*>(next.operation);
+    for (std::size_t offset = 0; offset < sizeof(ZTOperation) + 192; offset += 64)
+      __builtin_prefetch(bytes + offset - 64);
   }
   if (!toStart.empty()) pendingStarts_->schedule(toStart);
 }
 
-void ZTOperationQueue::operationChanged(const std::shared_ptr<void>& queue, ZTOperation& operation,
-                                        std::string_view key) {
-  auto* self = static_cast<ZTOperationQueue*>(queue.get());
-  if (key == ZTOperationIsReadyKey)
-    self->handleOperationIsReadyPropertyChange(operation);
-  else if (key == ZTOperationIsFinishedKey)
-    self->handleOperationIsFinishedPropertyChange(operation);
-}
-
-void ZTOperationQueue::startObservingOperationProperties(const OperationPointer& operation) {
-  std::lock_guard lock(operation->observersMutex_);
-  if (operation->queueHook_) {
-    ZTLogf("Trying to obsorve same operation %s twice.", describe(operation.get()).c_str());
-    return;
-  }
-  operation->queueHook_ = &ZTOperationQueue::operationChanged;
-  operation->queueHookTarget_ = std::static_pointer_cast<void>(shared_from_this());
-  operation->hasQueueHook_.store(true, std::memory_order_release);
-}
-
-void ZTOperationQueue::stopObservingOperationProperties(ZTOperation* operation) {
-  std::lock_guard lock(operation->observersMutex_);
-  if (!operation->queueHook_) {
-    ZTLogf("Trying to stop obsorvation of operation %s which we are not observing.", describe(operation).c_str());
-    return;
-  }
-  operation->hasQueueHook_.store(false, std::memory_order_release);
-  operation->queueHook_ = nullptr;
-  operation->queueHookTarget_.reset();
-}
-
-void ZTOperationQueue::handleOperationIsReadyPropertyChange(ZTOperation& operation) {
-  std::lock_guard lock(monitor_);
-  if (disposed_ || operation.queueOwner_.load(std::memory_order_acquire) != this) return;
-  // A late callback for an operation that has already left the queue changes nothing.
-  const int state = operation.queueState_;
-  if (state != kReady && state != kNotReady) return;
+void ZTOperationQueue::handleOperationIsReadyPropertyChange(Member& member, ZTOperation& operation) {
+  ZTLockGuard lock(monitor_);
+  // A late call for an operation that has already left the queue changes nothing.
+  if (disposed_ || member.operation.get() != &operation) return;
+  const auto place = member.place;
+  if (place != Member::Place::Ready && place != Member::Place::NotReady) return;
   if (operation.isReady()) {
-    if (state == kNotReady) {
-      auto waiting = notReadyOperationsSet_.find(&operation);
-      OperationPointer held = std::move(waiting->second);
-      notReadyOperationsSet_.erase(waiting);
-      insertReady(held);
+    if (place == Member::Place::NotReady) {
+      removeNotReady(member);
+      insertReady(member);
     }
     startNextOperationIfPossible();
-  } else if (state == kReady && !operation.isExecuting()) {
-    OperationPointer held = std::move(operation.queueHold_);
-    readyOperations_->remove(&operation);
-    operation.queueState_ = kNotReady;
-    notReadyOperationsSet_.emplace(&operation, std::move(held));
+  } else if (place == Member::Place::Ready && !operation.isExecuting()) {
+    readyOperations_->remove(member);
+    addNotReady(member);
   }
 }
 
-void ZTOperationQueue::handleOperationIsFinishedPropertyChange(ZTOperation& operation) {
+void ZTOperationQueue::handleOperationIsFinishedPropertyChange(Member& member, ZTOperation& operation) {
   std::shared_ptr<ZTOperationQueue> self;
+  OperationPointer held;  // keeps the operation alive until this handler is done with it
   {
-    std::lock_guard lock(monitor_);
-    if (!operation.isFinished() || operation.queueOwner_.load(std::memory_order_acquire) != this) return;
-    // Keep the operation alive until this handler is done with it.
-    OperationPointer held;
-    switch (operation.queueState_) {
-      case kExecuting:
-        held = removeExecuting(operation);
+    ZTLockGuard lock(monitor_);
+    if (!operation.isFinished() || member.operation.get() != &operation) return;
+    switch (member.place) {
+      case Member::Place::Executing:
+        removeExecuting(member);
         break;
-      case kReady:
-        held = std::move(operation.queueHold_);
-        readyOperations_->remove(&operation);
+      case Member::Place::Ready:
+        readyOperations_->remove(member);
         break;
-      case kNotReady: {
-        auto waiting = notReadyOperationsSet_.find(&operation);
-        held = std::move(waiting->second);
-        notReadyOperationsSet_.erase(waiting);
+      case Member::Place::NotReady:
+        removeNotReady(member);
         break;
-      }
-      default:
+      case Member::Place::Outside:
         return;  // not one of ours any more
     }
-    release(operation);
+    held = release(member);
     startNextOperationIfPossible();
     if (operationsCountLocked() == 0) self = shared_from_this();
   }
@@ -296,52 +339,49 @@ void ZTOperationQueue::handleOperationIsFinishedPropertyChange(ZTOperation& oper
     ZTNotificationCenter::defaultCenter()->postNotificationName(ZTOperationQueueDidBecameEmptyNotification, self);
 }
 
-void ZTOperationQueue::cancelAllOperationsInCollections(bool includeExecuting, bool stopObservingExecutingOperations) {
+void ZTOperationQueue::cancelAllOperationsInCollections(bool includeExecuting) {
   std::vector<OperationPointer> operations;
-  if (includeExecuting) {
-    for (const auto& operation : executingOperationsSet_) {
-      if (stopObservingExecutingOperations) stopObservingOperationProperties(operation.get());
-      operations.push_back(operation);
-    }
-  }
-  readyOperations_->forEach([&](ZTOperation* operation) { operations.push_back(operation->queueHold_); });
-  for (const auto& [key, operation] : notReadyOperationsSet_) operations.push_back(operation);
+  if (includeExecuting)
+    for (Member* member : executingOperations_) operations.push_back(member->operation);
+  readyOperations_->forEach([&](Member* member) { operations.push_back(member->operation); });
+  for (Member* member : notReadyOperations_) operations.push_back(member->operation);
   for (const auto& operation : operations) operation->cancel();
 }
 
 void ZTOperationQueue::cancelAllOperations() {
-  std::lock_guard lock(monitor_);
-  cancelAllOperationsInCollections(true, false);
+  ZTLockGuard lock(monitor_);
+  cancelAllOperationsInCollections(true);
 }
 
 void ZTOperationQueue::cancelAllButFinishRunningOperations() {
-  std::lock_guard lock(monitor_);
-  cancelAllOperationsInCollections(false, false);
+  ZTLockGuard lock(monitor_);
+  cancelAllOperationsInCollections(false);
 }
 
 void ZTOperationQueue::dispose() {
   const bool onWorkerThread = workerThread_->runLoop()->isCurrent();
   std::vector<OperationPointer> notYetStarted;
   {
-    std::lock_guard lock(monitor_);
+    ZTLockGuard lock(monitor_);
     if (disposed_) return;
     disposed_ = true;
-    cancelAllOperationsInCollections(true, false);
-    for (std::size_t i = 0; i < executingOperationsSet_.size();) {
-      auto* concurrent = dynamic_cast<ZTConcurrentOperation*>(executingOperationsSet_[i].get());
+    cancelAllOperationsInCollections(true);
+    std::vector<OperationPointer> released;
+    for (std::size_t i = 0; i < executingOperations_.size();) {
+      Member& member = *executingOperations_[i];
+      auto* concurrent = dynamic_cast<ZTConcurrentOperation*>(member.operation.get());
       if (concurrent && concurrent->workerThread() && concurrent->workerThread()->runLoop()->isCurrent()) {
-        OperationPointer removed = removeExecuting(*concurrent);
-        release(*removed);
+        removeExecuting(member);
+        released.push_back(release(member));
       } else {
         ++i;
       }
     }
-    std::vector<OperationPointer> dropped;
-    readyOperations_->forEach([&](ZTOperation* operation) { dropped.push_back(std::move(operation->queueHold_)); });
+    std::vector<Member*> dropped(notReadyOperations_.begin(), notReadyOperations_.end());
+    readyOperations_->forEach([&](Member* member) { dropped.push_back(member); });
     readyOperations_->clear();
-    for (const auto& operation : dropped) release(*operation);
-    for (const auto& [key, operation] : notReadyOperationsSet_) release(*operation);
-    notReadyOperationsSet_.clear();
+    notReadyOperations_.clear();
+    for (Member* member : dropped) released.push_back(release(*member));
     // On the worker thread, starts still queued for it could only run after this wait; the
     // operations are cancelled, so starting them now just lets them complete.
     if (onWorkerThread) notYetStarted = pendingStarts_->take();
@@ -352,8 +392,8 @@ void ZTOperationQueue::dispose() {
   const timespec tenMicroseconds{0, 10'000};
   for (;;) {
     {
-      std::lock_guard lock(monitor_);
-      if (executingOperationsSet_.empty()) return;
+      ZTLockGuard lock(monitor_);
+      if (executingOperations_.empty()) return;
     }
     if (std::chrono::steady_clock::now() >= deadline) return;
     nanosleep(&tenMicroseconds, nullptr);
@@ -361,68 +401,68 @@ void ZTOperationQueue::dispose() {
 }
 
 bool ZTOperationQueue::isDisposed() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return disposed_;
 }
 
 std::int64_t ZTOperationQueue::maxConcurrentOperationCount() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return maxConcurrentOperationCount_;
 }
 
 void ZTOperationQueue::setMaxConcurrentOperationCount(std::int64_t count) {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   maxConcurrentOperationCount_ = count < 1 ? 5 : count;
 }
 
 bool ZTOperationQueue::isSuspended() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return suspended_;
 }
 
 void ZTOperationQueue::setSuspended(bool suspended) {
-  bool resumed;
-  {
-    std::lock_guard lock(monitor_);
-    resumed = suspended_ && !suspended;
-    suspended_ = suspended;
-  }
+  ZTLockGuard lock(monitor_);
+  const bool resumed = suspended_ && !suspended;
+  suspended_ = suspended;
   if (resumed) startNextOperationIfPossible();
 }
 
 std::string ZTOperationQueue::name() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return name_;
 }
 
 void ZTOperationQueue::setName(std::string name) {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   name_ = std::move(name);
 }
 
 std::int64_t ZTOperationQueue::operationsCountLocked() const {
-  return static_cast<std::int64_t>(executingOperationsSet_.size() + readyOperations_->size() +
-                                   notReadyOperationsSet_.size());
+  return static_cast<std::int64_t>(executingOperations_.size() + readyOperations_->size() +
+                                   notReadyOperations_.size());
 }
 
 std::int64_t ZTOperationQueue::operationsCount() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   return operationsCountLocked();
 }
 
 std::vector<std::shared_ptr<ZTOperation>> ZTOperationQueue::operations() const {
-  std::lock_guard lock(monitor_);
+  ZTLockGuard lock(monitor_);
   std::vector<OperationPointer> result;
   result.reserve(static_cast<std::size_t>(operationsCountLocked()));
-  result.insert(result.end(), executingOperationsSet_.begin(), executingOperationsSet_.end());
-  readyOperations_->forEach([&](ZTOperation* operation) { result.push_back(operation->queueHold_); });
-  for (const auto& [key, operation] : notReadyOperationsSet_) result.push_back(operation);
+  for (const Member* member : executingOperations_) result.push_back(member->operation);
+  readyOperations_->forEach([&](Member* member) { result.push_back(member->operation); });
+  for (const Member* member : notReadyOperations_) result.push_back(member->operation);
   return result;
 }
 
 std::vector<std::shared_ptr<ZTOperation>> ZTOperationQueue::executingOperations() const {
-  std::lock_guard lock(monitor_);
-  return executingOperationsSet_;
+  ZTLockGuard lock(monitor_);
+  std::vector<OperationPointer> result;
+  result.reserve(executingOperations_.size());
+  for (const Member* member : executingOperations_) result.push_back(member->operation);
+  return result;
 }
 
 std::string ZTOperationQueue::description() const {

@@ -3,7 +3,7 @@
 void ZTRecursiveMonitor::lock() {
   const auto me = std::this_thread::get_id();
   {
-    std::lock_guard guard(variablesLock_);
+    ZTLockGuard guard(variablesLock_);
     if (accessingThread_ == std::thread::id()) accessingThread_ = me;
     if (accessingThread_ == me) {
       ++accessingThreadLocksCount_;
@@ -13,10 +13,10 @@ void ZTRecursiveMonitor::lock() {
   }
   // The unlocking thread names the next owner (with a count of 1) before it wakes everyone; only
   // the named thread leaves the loop.
-  std::unique_lock conditionGuard(conditionLock_);
+  ZTUniqueLock conditionGuard(conditionLock_);
   for (;;) {
     {
-      std::lock_guard guard(variablesLock_);
+      ZTLockGuard guard(variablesLock_);
       if (accessingThread_ == me) break;
     }
     condition_.wait(conditionGuard);
@@ -26,7 +26,7 @@ void ZTRecursiveMonitor::lock() {
 void ZTRecursiveMonitor::unlock() {
   bool handedOver = false;
   {
-    std::lock_guard guard(variablesLock_);
+    ZTLockGuard guard(variablesLock_);
     if (--accessingThreadLocksCount_ < 0) accessingThreadLocksCount_ = 0;
     if (accessingThreadLocksCount_ == 0) {
       handedOver = true;
@@ -40,32 +40,32 @@ void ZTRecursiveMonitor::unlock() {
     }
   }
   if (handedOver) {
-    std::lock_guard conditionGuard(conditionLock_);
+    ZTLockGuard conditionGuard(conditionLock_);
     condition_.notify_all();
   }
 }
 
 std::thread::id ZTRecursiveMonitor::accessingThread() const {
-  std::lock_guard guard(variablesLock_);
+  ZTLockGuard guard(variablesLock_);
   return accessingThread_;
 }
 
 void ZTRecursiveMonitor::setAccessingThread(std::thread::id thread) {
-  std::lock_guard guard(variablesLock_);
+  ZTLockGuard guard(variablesLock_);
   accessingThread_ = thread;
 }
 
 std::int64_t ZTRecursiveMonitor::accessingThreadLocksCount() const {
-  std::lock_guard guard(variablesLock_);
+  ZTLockGuard guard(variablesLock_);
   return accessingThreadLocksCount_;
 }
 
 void ZTRecursiveMonitor::setAccessingThreadLocksCount(std::int64_t count) {
-  std::lock_guard guard(variablesLock_);
+  ZTLockGuard guard(variablesLock_);
   accessingThreadLocksCount_ = count;
 }
 
 std::vector<std::thread::id> ZTRecursiveMonitor::waitingThreadsQueue() const {
-  std::lock_guard guard(variablesLock_);
+  ZTLockGuard guard(variablesLock_);
   return {waitingThreadsQueue_.begin(), waitingThreadsQueue_.end()};
 }

@@ -1,19 +1,17 @@
 #include "zentrel/operations/task_lock.h"
 
 std::shared_ptr<ZTTaskLock> ZTTaskLock::taskLockWithBlock(std::function<void()> block) {
-  auto lock = std::shared_ptr<ZTTaskLock>(new ZTTaskLock());
-  lock->block_ = std::move(block);
-  return lock;
+  return std::shared_ptr<ZTTaskLock>(new ZTTaskLock(std::move(block)));
 }
 
 std::function<void()> ZTTaskLock::getLock() {
-  std::lock_guard guard(monitor_);
+  ZTLockGuard guard(monitor_);
   lockCounter_.fetch_add(1);
   return [self = shared_from_this()] { self->executeBlock(); };
 }
 
 void ZTTaskLock::executeBlock() {
-  std::lock_guard guard(monitor_);
+  ZTLockGuard guard(monitor_);
   if (lockCounter_.fetch_sub(1) - 1 != 0) return;
   if (block_) {
     block_();
@@ -22,11 +20,11 @@ void ZTTaskLock::executeBlock() {
 }
 
 bool ZTTaskLock::hasBlock() const {
-  std::lock_guard guard(monitor_);
+  ZTLockGuard guard(monitor_);
   return static_cast<bool>(block_);
 }
 
 void ZTTaskLock::setBlock(std::function<void()> block) {
-  std::lock_guard guard(monitor_);
+  ZTLockGuard guard(monitor_);
   block_ = std::move(block);
 }

@@ -9,7 +9,7 @@ std::shared_ptr<ZTThreadWithRunLoop> ZTThreadWithRunLoop::sharedThread(std::stri
   static std::shared_ptr<ZTThreadWithRunLoop>* shared = nullptr;  // never destroyed: the thread outlives exit
   std::call_once(once, [&] {
     auto thread = std::make_shared<ZTThreadWithRunLoop>();
-    thread->setThreadPriority(0.5);
+    (void)thread->setThreadPriority(0.5);  // not started yet: the value is only stored, which cannot fail
     thread->setName(std::string(askingClassName));
     thread->start();
     shared = new std::shared_ptr<ZTThreadWithRunLoop>(std::move(thread));

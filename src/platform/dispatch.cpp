@@ -55,7 +55,7 @@ class MainQueue final : public ZTDispatchQueue {
  public:
   void async(std::function<void()> call) override {
     if (!call) return;
-    ZTRunLoop::main()->post([call = std::move(call)] { runReporting(call, "main"); });
+    (void)ZTRunLoop::main()->post([call = std::move(call)] { runReporting(call, "main"); });  // never closed
   }
   void after(Seconds delay, std::function<void()> call) override {
     if (!call) return;
@@ -78,7 +78,7 @@ class GlobalQueue final : public ZTDispatchQueue {
     if (!call) return;
     bool spawn = false;
     {
-      std::lock_guard lock(mutex_);
+      ZTLockGuard lock(mutex_);
       pending_.push_back(std::move(call));
       if (idle_ == 0 && threads_ < maximumThreads_) {
         ++threads_;
@@ -99,11 +99,18 @@ class GlobalQueue final : public ZTDispatchQueue {
   void work() {
     pthread_setname_np(pthread_self(), "zt.dispatch.gl");
     onWorker_ = true;
-    std::unique_lock lock(mutex_);
+    ZTUniqueLock lock(mutex_);
     for (;;) {
       if (pending_.empty()) {
         ++idle_;
-        const bool woke = condition_.wait_for(lock, std::chrono::seconds(5), [this] { return !pending_.empty(); });
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        bool woke = true;
+        while (pending_.empty()) {
+          if (condition_.wait_until(lock, deadline) == std::cv_status::timeout) {
+            woke = !pending_.empty();
+            break;
+          }
+        }
         --idle_;
         if (!woke && threads_ > minimumThreads_) {
           --threads_;
@@ -123,11 +130,11 @@ class GlobalQueue final : public ZTDispatchQueue {
   static thread_local bool onWorker_;
   const unsigned minimumThreads_;
   const unsigned maximumThreads_;
-  std::mutex mutex_;
-  std::condition_variable condition_;
-  std::deque<std::function<void()>> pending_;  // guarded by mutex_
-  unsigned threads_ = 0;                       // guarded by mutex_
-  unsigned idle_ = 0;                          // guarded by mutex_
+  ZTMutex mutex_;
+  ZTConditionVariable condition_;
+  std::deque<std::function<void()>> pending_ ZT_GUARDED_BY(mutex_);
+  unsigned threads_ ZT_GUARDED_BY(mutex_) = 0;
+  unsigned idle_ ZT_GUARDED_BY(mutex_) = 0;
 };
 thread_local bool GlobalQueue::onWorker_ = false;
 }  // namespace
@@ -166,20 +173,23 @@ bool ZTDispatchQueue::sync(std::function<void()> call) {
 
 void ZTSemaphore::signal() {
   // Notify while holding the lock: a waiter may destroy the semaphore as soon as it returns.
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   ++count_;
   condition_.notify_one();
 }
 
 void ZTSemaphore::wait() {
-  std::unique_lock lock(mutex_);
-  condition_.wait(lock, [this] { return count_ > 0; });
+  ZTUniqueLock lock(mutex_);
+  while (count_ <= 0) condition_.wait(lock);
   --count_;
 }
 
 bool ZTSemaphore::wait(std::chrono::duration<double> timeout) {
-  std::unique_lock lock(mutex_);
-  if (!condition_.wait_for(lock, timeout, [this] { return count_ > 0; })) return false;
+  ZTUniqueLock lock(mutex_);
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::ceil<Clock::duration>(timeout);
+  while (count_ <= 0)
+    if (condition_.wait_until(lock, deadline) == std::cv_status::timeout && count_ <= 0) return false;
   --count_;
   return true;
 }

@@ -2,31 +2,35 @@
 
 #include <libintl.h>
 
-#include <mutex>
+#include <string>
+
+#include "zentrel/platform/mutex.h"
 
 namespace {
-std::mutex& domainMutex() {
-  static auto* m = new std::mutex;  // never destroyed: usable from threads still running at exit
-  return *m;
-}
-std::string& domainName() {
-  static auto* d = new std::string;
+struct Domain {
+  ZTMutex mutex;
+  std::string name ZT_GUARDED_BY(mutex);
+};
+Domain& domainState() {
+  static auto* d = new Domain;  // never destroyed: usable from threads still running at exit
   return *d;
 }
 }  // namespace
 
 void ZTSetLocalizationDomain(std::string_view domain, std::string_view directory) {
-  std::lock_guard lock(domainMutex());
-  domainName() = std::string(domain);
+  Domain& d = domainState();
+  ZTLockGuard lock(d.mutex);
+  d.name = std::string(domain);
   if (!domain.empty() && !directory.empty()) {
-    bindtextdomain(domainName().c_str(), std::string(directory).c_str());
-    bind_textdomain_codeset(domainName().c_str(), "UTF-8");
+    bindtextdomain(d.name.c_str(), std::string(directory).c_str());
+    bind_textdomain_codeset(d.name.c_str(), "UTF-8");
   }
 }
 
 std::string ZTLocalizationDomain() {
-  std::lock_guard lock(domainMutex());
-  return domainName();
+  Domain& d = domainState();
+  ZTLockGuard lock(d.mutex);
+  return d.name;
 }
 
 std::string ZTLocalizedString(std::string_view english) {

@@ -8,13 +8,14 @@
 #include <cstdio>
 #include <ctime>
 #include <memory>
-#include <mutex>
 #include <string>
+
+#include "zentrel/platform/mutex.h"
 
 namespace {
 struct SinkHolder {
-  std::mutex mutex;
-  std::shared_ptr<const ZTLogSink> sink;  // guarded by mutex; null = standard error
+  ZTMutex mutex;
+  std::shared_ptr<const ZTLogSink> sink ZT_GUARDED_BY(mutex);  // null = standard error
 };
 
 SinkHolder& holder() {
@@ -53,8 +54,9 @@ void writeToStandardError(std::string_view message) {
 void ZTLog(std::string_view message) {
   std::shared_ptr<const ZTLogSink> sink;
   {
-    std::lock_guard lock(holder().mutex);
-    sink = holder().sink;
+    SinkHolder& h = holder();
+    ZTLockGuard lock(h.mutex);
+    sink = h.sink;
   }
   if (sink) (*sink)(message);
   else writeToStandardError(message);
@@ -75,6 +77,7 @@ void ZTLogf(const char* format, ...) {
 
 void ZTSetLogSink(ZTLogSink sink) {
   auto next = sink ? std::make_shared<const ZTLogSink>(std::move(sink)) : nullptr;
-  std::lock_guard lock(holder().mutex);
-  holder().sink = std::move(next);
+  SinkHolder& h = holder();
+  ZTLockGuard lock(h.mutex);
+  h.sink = std::move(next);
 }

@@ -37,7 +37,7 @@ std::shared_ptr<ZTNotificationObserver> ZTNotificationCenter::addObserverForName
   registration->object = object;
   registration->queue = std::move(queue);
   registration->callback = std::move(callback);
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   registrations_.push_back(registration);
   return registration;
 }
@@ -49,13 +49,13 @@ void ZTNotificationCenter::addObserver(const void* owner, std::string name, cons
   registration->object = object;
   registration->owner = owner;
   registration->callback = std::move(callback);
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   registrations_.push_back(std::move(registration));
 }
 
 void ZTNotificationCenter::removeObserver(const std::shared_ptr<ZTNotificationObserver>& observer) {
   if (!observer) return;
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   std::erase_if(registrations_, [&](const std::shared_ptr<Registration>& r) {
     if (r.get() != observer.get()) return false;
     r->removed = true;
@@ -65,7 +65,7 @@ void ZTNotificationCenter::removeObserver(const std::shared_ptr<ZTNotificationOb
 
 void ZTNotificationCenter::removeObserver(const void* owner, const std::string& name, const void* object) {
   if (!owner) return;
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   std::erase_if(registrations_, [&](const std::shared_ptr<Registration>& r) {
     if (r->owner != owner || (!name.empty() && r->observedName != name) || (object && r->object != object)) {
       return false;
@@ -78,7 +78,7 @@ void ZTNotificationCenter::removeObserver(const void* owner, const std::string& 
 void ZTNotificationCenter::postNotification(const ZTNotification& notification) {
   std::vector<std::shared_ptr<Registration>> matching;
   {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     for (const auto& r : registrations_)
       if (r->matches(notification)) matching.push_back(r);
   }
@@ -100,6 +100,6 @@ void ZTNotificationCenter::postNotificationName(std::string name, std::shared_pt
 }
 
 std::size_t ZTNotificationCenter::observerCount() const {
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   return registrations_.size();
 }

@@ -8,14 +8,15 @@
 
 #include <atomic>
 #include <exception>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "platform/internal/system_thread.h"
 #include "zentrel/platform/log.h"
+#include "zentrel/platform/mutex.h"
 
 using zt::internal::currentSystemThreadId;
+using zt::internal::RunLoopImpl;
 
 namespace {
 using WorkGuard = asio::executor_work_guard<asio::io_context::executor_type>;
@@ -34,7 +35,7 @@ void reportException(const char* where) {
 class TimerImpl;
 class FileDescriptorSourceImpl;
 
-struct ZTRunLoop::Impl {
+struct zt::internal::RunLoopImpl {
   asio::io_context context{1};
   // Once set, no callback runs again. A post that passed its check just before closing lands in a
   // loop that will never run it; it is destroyed with the loop.
@@ -43,9 +44,9 @@ struct ZTRunLoop::Impl {
   std::atomic<bool> stopRequested{false};  // stop() was called and no turn has ended because of it yet
   std::optional<WorkGuard> permanentGuard;  // the main loop always has a source
 
-  std::mutex sourcesMutex;
-  std::vector<std::weak_ptr<TimerImpl>> timers;                     // guarded by sourcesMutex
-  std::vector<std::weak_ptr<FileDescriptorSourceImpl>> descriptors;  // guarded by sourcesMutex
+  ZTMutex sourcesMutex;
+  std::vector<std::weak_ptr<TimerImpl>> timers ZT_GUARDED_BY(sourcesMutex);
+  std::vector<std::weak_ptr<FileDescriptorSourceImpl>> descriptors ZT_GUARDED_BY(sourcesMutex);
 
   bool isOwner() const { return ownerThread.load(std::memory_order_relaxed) == currentSystemThreadId(); }
   // Before a turn: asio also stops a context that ran out of work, which must not keep the next
@@ -71,9 +72,11 @@ struct ZTRunLoop::Impl {
 
 class TimerImpl final : public ZTTimer {
  public:
-  TimerImpl(std::shared_ptr<ZTRunLoop> loop, ZTRunLoop::Seconds interval, bool repeats, Callback callback)
+  TimerImpl(std::shared_ptr<ZTRunLoop> loop, RunLoopImpl& impl, ZTRunLoop::Seconds interval, bool repeats,
+            Callback callback)
       : loop_(std::move(loop)),
-        timer_(loop_->impl().context),
+        impl_(impl),
+        timer_(impl.context),
         interval_(std::chrono::duration_cast<std::chrono::steady_clock::duration>(interval)),
         repeats_(repeats),
         callback_(std::move(callback)) {
@@ -91,10 +94,10 @@ class TimerImpl final : public ZTTimer {
 
   void invalidate() override {
     if (!valid_.exchange(false)) return;
-    if (loop_->impl().isOwner()) {
+    if (impl_.isOwner()) {
       timer_.cancel();
     } else {
-      asio::post(loop_->impl().context,
+      asio::post(impl_.context,
                  [self = std::static_pointer_cast<TimerImpl>(shared_from_this())] { self->timer_.cancel(); });
     }
   }
@@ -107,7 +110,7 @@ class TimerImpl final : public ZTTimer {
 
  private:
   void fired(const std::error_code& ec) {
-    if (ec || !valid_.load() || loop_->impl().closed.load()) return;
+    if (ec || !valid_.load() || impl_.closed.load()) return;
     if (!repeats_) valid_ = false;
     try {
       callback_(*this);
@@ -124,6 +127,7 @@ class TimerImpl final : public ZTTimer {
   }
 
   std::shared_ptr<ZTRunLoop> loop_;
+  RunLoopImpl& impl_;  // the loop's, alive as long as loop_
   asio::steady_timer timer_;
   std::chrono::steady_clock::duration interval_;
   bool repeats_;
@@ -137,8 +141,13 @@ class TimerImpl final : public ZTTimer {
 class FileDescriptorSourceImpl final : public ZTFileDescriptorSource,
                                        public std::enable_shared_from_this<FileDescriptorSourceImpl> {
  public:
-  FileDescriptorSourceImpl(std::shared_ptr<ZTRunLoop> loop, int fd, Event event, Callback callback)
-      : loop_(std::move(loop)), descriptor_(loop_->impl().context), fd_(fd), event_(event), callback_(std::move(callback)) {}
+  FileDescriptorSourceImpl(std::shared_ptr<ZTRunLoop> loop, RunLoopImpl& impl, int fd, Event event, Callback callback)
+      : loop_(std::move(loop)),
+        impl_(impl),
+        descriptor_(impl.context),
+        fd_(fd),
+        event_(event),
+        callback_(std::move(callback)) {}
   ~FileDescriptorSourceImpl() override {
     if (descriptor_.is_open()) descriptor_.release();
   }
@@ -156,10 +165,10 @@ class FileDescriptorSourceImpl final : public ZTFileDescriptorSource,
 
   void cancel() override {
     if (cancelled_.exchange(true)) return;
-    if (loop_->impl().isOwner()) {
+    if (impl_.isOwner()) {
       stop();
     } else {
-      asio::post(loop_->impl().context, [self = shared_from_this()] { self->stop(); });
+      asio::post(impl_.context, [self = shared_from_this()] { self->stop(); });
     }
   }
   void cancelOnOwnerThread() {
@@ -177,7 +186,7 @@ class FileDescriptorSourceImpl final : public ZTFileDescriptorSource,
     descriptor_.release();
   }
   void ready(const std::error_code& ec) {
-    if (ec || cancelled_.load() || loop_->impl().closed.load()) return;
+    if (ec || cancelled_.load() || impl_.closed.load()) return;
     try {
       callback_(*this);
     } catch (...) {
@@ -187,6 +196,7 @@ class FileDescriptorSourceImpl final : public ZTFileDescriptorSource,
   }
 
   std::shared_ptr<ZTRunLoop> loop_;
+  RunLoopImpl& impl_;  // the loop's, alive as long as loop_
   asio::posix::stream_descriptor descriptor_;
   int fd_;
   Event event_;
@@ -194,11 +204,11 @@ class FileDescriptorSourceImpl final : public ZTFileDescriptorSource,
   std::atomic<bool> cancelled_{false};
 };
 
-void ZTRunLoop::Impl::cancelSources() {
+void zt::internal::RunLoopImpl::cancelSources() {
   std::vector<std::shared_ptr<TimerImpl>> liveTimers;
   std::vector<std::shared_ptr<FileDescriptorSourceImpl>> liveDescriptors;
   {
-    std::lock_guard lock(sourcesMutex);
+    ZTLockGuard lock(sourcesMutex);
     for (auto& weak : timers)
       if (auto t = weak.lock()) liveTimers.push_back(std::move(t));
     for (auto& weak : descriptors)
@@ -210,7 +220,7 @@ void ZTRunLoop::Impl::cancelSources() {
   for (auto& d : liveDescriptors) d->cancelOnOwnerThread();
 }
 
-void ZTRunLoop::Impl::drain() {
+void zt::internal::RunLoopImpl::drain() {
   // Runs on the owner thread of a closed loop: handlers see `closed` and return without calling
   // anything, so this only destroys what was queued.
   cancelSources();
@@ -233,7 +243,7 @@ struct CurrentLoopHolder {
 thread_local CurrentLoopHolder currentLoop;
 }  // namespace
 
-ZTRunLoop::ZTRunLoop() : impl_(std::make_unique<Impl>()) {}
+ZTRunLoop::ZTRunLoop() : impl_(std::make_unique<RunLoopImpl>()) {}
 
 ZTRunLoop::~ZTRunLoop() {
   impl_->closed = true;
@@ -273,7 +283,7 @@ bool ZTRunLoop::isCurrent() const { return impl_->isOwner(); }
 
 bool ZTRunLoop::post(std::function<void()> call) {
   if (!call) return false;
-  Impl& impl = *impl_;
+  RunLoopImpl& impl = *impl_;
   if (impl.closed.load()) return false;
   asio::post(impl.context, [&impl, call = std::move(call)] {
     if (impl.closed.load(std::memory_order_relaxed)) return;
@@ -288,11 +298,12 @@ bool ZTRunLoop::post(std::function<void()> call) {
 
 std::shared_ptr<ZTTimer> ZTRunLoop::scheduleTimer(Seconds interval, bool repeats, ZTTimer::Callback callback) {
   if (!callback || impl_->closed.load()) return nullptr;
-  auto timer = std::make_shared<TimerImpl>(shared_from_this(), interval, repeats, std::move(callback));
+  auto timer = std::make_shared<TimerImpl>(shared_from_this(), *impl_, interval, repeats, std::move(callback));
   {
-    std::lock_guard lock(impl_->sourcesMutex);
-    std::erase_if(impl_->timers, [](const auto& weak) { return weak.expired(); });
-    impl_->timers.push_back(timer);
+    RunLoopImpl& impl = *impl_;
+    ZTLockGuard lock(impl.sourcesMutex);
+    std::erase_if(impl.timers, [](const auto& weak) { return weak.expired(); });
+    impl.timers.push_back(timer);
   }
   timer->arm();
   return timer;
@@ -301,16 +312,17 @@ std::shared_ptr<ZTTimer> ZTRunLoop::scheduleTimer(Seconds interval, bool repeats
 std::shared_ptr<ZTFileDescriptorSource> ZTRunLoop::addFileDescriptorSource(int fd, ZTFileDescriptorSource::Event event,
                                                                            ZTFileDescriptorSource::Callback callback) {
   if (!callback || fd < 0 || impl_->closed.load()) return nullptr;
-  auto source = std::make_shared<FileDescriptorSourceImpl>(shared_from_this(), fd, event, std::move(callback));
+  auto source = std::make_shared<FileDescriptorSourceImpl>(shared_from_this(), *impl_, fd, event, std::move(callback));
   std::error_code ec;
   if (!source->open(ec)) {
     ZTLogf("ERROR: cannot watch file descriptor %d: %s", fd, ec.message().c_str());
     return nullptr;
   }
   {
-    std::lock_guard lock(impl_->sourcesMutex);
-    std::erase_if(impl_->descriptors, [](const auto& weak) { return weak.expired(); });
-    impl_->descriptors.push_back(source);
+    RunLoopImpl& impl = *impl_;
+    ZTLockGuard lock(impl.sourcesMutex);
+    std::erase_if(impl.descriptors, [](const auto& weak) { return weak.expired(); });
+    impl.descriptors.push_back(source);
   }
   source->arm();
   return source;
@@ -330,7 +342,7 @@ ZTRunLoop::KeepAlive ZTRunLoop::keepAlive() {
 }
 
 bool ZTRunLoop::runOnce(Clock::time_point deadline) {
-  Impl& impl = *impl_;
+  RunLoopImpl& impl = *impl_;
   if (impl.closed.load()) {
     if (impl.isOwner()) impl.drain();
     return false;
@@ -349,14 +361,14 @@ bool ZTRunLoop::runOnce(Clock::time_point deadline) {
 }
 
 void ZTRunLoop::run() {
-  Impl& impl = *impl_;
+  RunLoopImpl& impl = *impl_;
   if (!impl.closed.load() && impl.prepareTurn()) impl.context.run();
   if (impl.closed.load()) impl.drain();
   else impl.endTurn();
 }
 
 void ZTRunLoop::runUntil(Clock::time_point deadline) {
-  Impl& impl = *impl_;
+  RunLoopImpl& impl = *impl_;
   if (!impl.closed.load() && impl.prepareTurn()) impl.context.run_until(deadline);
   if (impl.closed.load()) impl.drain();
   else impl.endTurn();
@@ -382,7 +394,7 @@ void ZTRunLoop::stop() {
 }
 
 void ZTRunLoop::close() {
-  Impl& impl = *impl_;
+  RunLoopImpl& impl = *impl_;
   if (impl.closed.exchange(true)) return;
   if (impl.isOwner()) impl.drain();
   else impl.context.stop();  // the owner drains when its current turn returns

@@ -56,7 +56,9 @@ std::shared_ptr<ZTThread> ZTThread::mainThread() {
   static auto* thread = [] {
     auto* holder = new std::shared_ptr<ZTThread>(new ZTThread(AdoptTag{}, ZTRunLoop::main()));
     (*holder)->tid_ = static_cast<long>(::getpid());
-    (*holder)->name_ = "main";
+    ZTThread& adopted = **holder;
+    ZTLockGuard lock(adopted.mutex_);
+    adopted.name_ = "main";
     return holder;
   }();
   return *thread;
@@ -97,7 +99,7 @@ void ZTThread::entry(std::shared_ptr<ZTThread> self) {
   }
   self->runLoop_->close();
   {
-    std::lock_guard lock(self->finishMutex_);
+    ZTLockGuard lock(self->finishMutex_);
     self->executing_ = false;
     self->finished_ = true;
   }
@@ -115,13 +117,13 @@ void ZTThread::cancel() {
 }
 
 std::string ZTThread::name() const {
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   return name_;
 }
 
 void ZTThread::setName(std::string name) {
   {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     name_ = std::move(name);
   }
   if (isExecuting()) applyName();
@@ -144,13 +146,13 @@ void ZTThread::applyName() {
 }
 
 double ZTThread::threadPriority() const {
-  std::lock_guard lock(mutex_);
+  ZTLockGuard lock(mutex_);
   return priority_;
 }
 
 bool ZTThread::setThreadPriority(double priority) {
   {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     priority_ = std::clamp(priority, 0.0, 1.0);
   }
   return tid_.load() == 0 || applyPriority();
@@ -168,6 +170,6 @@ bool ZTThread::applyPriority() {
 
 void ZTThread::waitUntilFinished() {
   if (!started_.load() || kind_ == Kind::Adopted || tid_.load() == currentSystemThreadId()) return;
-  std::unique_lock lock(finishMutex_);
-  finishCondition_.wait(lock, [this] { return finished_.load(); });
+  ZTUniqueLock lock(finishMutex_);
+  while (!finished_.load()) finishCondition_.wait(lock);
 }

@@ -59,7 +59,7 @@ TEST(CompoundOperation, StartsMembersByPriorityFiveAtATimeAndCompletesAfterTheLa
   ASSERT_NE(compound, nullptr);
   compound->start();
   ASSERT_TRUE(zttest::eventually([&] { return recorder.events().size() == 6; }));
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   auto events = recorder.events();
   ASSERT_EQ(events.size(), 6u);
   EXPECT_EQ(events[0], "compound start");
@@ -246,7 +246,7 @@ TEST(BlockOperation, RunsOnTheQueueThread) {
   queue->addOperation(operation);
   ASSERT_TRUE(operation->waitUntilFinished(10s));
   std::thread::id workerId;
-  zt::performBlock([&] { workerId = std::this_thread::get_id(); }, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([&] { workerId = std::this_thread::get_id(); }, worker.thread, true));
   EXPECT_EQ(ranOn, workerId);
 }
 
@@ -283,7 +283,7 @@ TEST(ConcurrentBlockOperation, AsynchronousBlockKeepsItExecutingUntilItFinishes)
       [&](ZTConcurrentBlockOperation&) { blockRan = true; }, worker, nullptr, nullptr, nullptr);
   operation->start();
   ASSERT_TRUE(zttest::eventually([&] { return blockRan.load(); }));
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_TRUE(operation->isExecuting());
   EXPECT_FALSE(operation->waitUntilFinished(20ms));
   operation->finishWithSuccessHandler(nullptr);

@@ -64,7 +64,7 @@ TEST(ConcurrentOperation, CancelledBeforeStartRunsOnlyTheCancellationHandlerOnce
   Recorder recorder;
   auto operation = recordingOperation(worker, recorder);
   bool executingEverSet = false;
-  operation->addObserver(
+  (void)operation->addObserver(
       {std::string(ZTOperationIsExecutingKey)},
       [&](ZTOperation& changed, std::string_view, ZTKeyValueChange) { executingEverSet |= changed.isExecuting(); });
   operation->cancel();
@@ -101,7 +101,7 @@ TEST(ConcurrentOperation, OnlyTheFirstFinishCounts) {
   operation->finishWithSuccessHandler([&] { recorder.add("success"); });
   ASSERT_TRUE(operation->waitUntilFinishedAndCompletionHandlerCalled(10s));
   // Let the queued finishing calls drain before looking.
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(recorder.events(), (std::vector<std::string>{"start", "main", "failure 7", "completion"}));
 }
 
@@ -149,7 +149,7 @@ TEST(ConcurrentOperation, FinishAfterCancellationOnAnUncancelledOperationSucceed
 TEST(ConcurrentOperation, UnchangedFlagSendsNoNotification) {
   auto operation = ZTConcurrentOperation::make<ManualOperation>(nullptr);
   int notifications = 0;
-  operation->addObserver({std::string(ZTOperationIsExecutingKey)},
+  (void)operation->addObserver({std::string(ZTOperationIsExecutingKey)},
                          [&](ZTOperation&, std::string_view, ZTKeyValueChange) { ++notifications; });
   operation->setExecuting(false);
   EXPECT_EQ(notifications, 0);
@@ -163,7 +163,7 @@ TEST(ConcurrentOperation, ObserverReadingFlagsDuringAChangeDoesNotDeadlock) {
   auto operation = ZTConcurrentOperation::make<ManualOperation>(worker);
   operation->finishInMain = true;
   std::vector<std::pair<bool, bool>> seen;
-  operation->addObserver({std::string(ZTOperationIsFinishedKey)},
+  (void)operation->addObserver({std::string(ZTOperationIsFinishedKey)},
                          [&](ZTOperation& changed, std::string_view, ZTKeyValueChange change) {
                            if (change == ZTKeyValueChange::DidChange)
                              seen.emplace_back(changed.isExecuting(), changed.isFinished());
@@ -204,7 +204,7 @@ TEST(ConcurrentOperation, SpawnedWorkerThreadIsNamedAfterTheOperationAndEndsWith
     ASSERT_TRUE(operation->waitUntilFinishedAndCompletionHandlerCalled(10s));
     EXPECT_FALSE(thread->isCancelled());
     // The finished operation's queued calls may still hold it for a moment.
-    zt::performBlock([] {}, thread, true);
+    ASSERT_TRUE(zt::performBlock([] {}, thread, true));
   }
   EXPECT_TRUE(thread->isCancelled());
   thread->waitUntilFinished();
@@ -216,7 +216,7 @@ TEST(ConcurrentOperation, ExceptionsFromMainAreSwallowedAndLeaveTheOperationExec
   operation->onMain = [](ManualOperation&) { throw std::runtime_error("broken"); };
   operation->start();
   ASSERT_TRUE(zttest::eventually([&] { return operation->mainCalls.load() == 1; }));
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_TRUE(operation->isExecuting());
   operation->finishWithSuccessHandler(nullptr);
   EXPECT_TRUE(operation->waitUntilFinished(10s));

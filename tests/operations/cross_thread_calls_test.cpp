@@ -58,7 +58,7 @@ TEST_F(Worker, CheckAndPerformRunsOnlyPresentCallables) {
   std::atomic<bool> ranOnWorker{false};
   zt::checkAndPerformSelector([&](int v) { ranOnWorker = v == 5 && ZTThread::currentThread() == thread; }, 5,
                               std::shared_ptr<ZTThread>(thread));
-  zt::performBlock([] {}, thread, true);  // calls run in order: the one above has run
+  ASSERT_TRUE(zt::performBlock([] {}, thread, true));  // calls run in order: the one above has run
   EXPECT_TRUE(ranOnWorker);
 }
 

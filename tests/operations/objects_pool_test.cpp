@@ -71,7 +71,7 @@ TEST(ObjectsPool, WaitingRequestsAreServedInArrivalOrderAndCanBeWithdrawn) {
   EXPECT_EQ(pool->allFreeObjects().size(), 1u);
   EXPECT_EQ(pool->allBusyObjects().size(), 2u);
   // Busy additions never serve requests.
-  pool->getObject();
+  EXPECT_NE(pool->getObject(), nullptr);
   pool->getObjectWithCompletionHandler([&](const Object&) { served.push_back("fourth"); });
   EXPECT_TRUE(pool->addObjectToBusyObjects(connection(4)));
   EXPECT_EQ(served.size(), 2u);
@@ -150,8 +150,11 @@ TEST(ObjectsPool, TestsSelectAndRemoveWithoutDisturbingTheRest) {
   auto even = pool->getObjectsWithCount(10);
   EXPECT_EQ(even.size(), 4u);
   EXPECT_TRUE(pool->getObjectsWithCount(0).empty());
-  for (const auto& object : even)
-    if (object->id % 2) pool->putObject(object);
+  for (const auto& object : even) {
+    if (object->id % 2) {
+      EXPECT_TRUE(pool->putObject(object));
+    }
+  }
   std::vector<std::pair<int, bool>> seen;
   pool->removeObjectsPassingTest([&](const Object& object, bool busy) {
     seen.emplace_back(object->id, busy);
@@ -177,7 +180,7 @@ TEST(ObjectsPool, BlockingGetterWaitsForAnotherThreadToReturnAnObject) {
   std::thread returner([&] {
     std::this_thread::sleep_for(20ms);
     returned = true;
-    pool->putObject(held);
+    EXPECT_TRUE(pool->putObject(held));
   });
   auto got = pool->getObjectWaitUntilBecomeAvailable();
   EXPECT_TRUE(returned.load());

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
+#include "zentrel/operations/operation.h"
 #include "zentrel/platform/exceptions.h"
-#include "zentrel/platform/operation.h"
 
 namespace {
 using namespace std::chrono_literals;
@@ -36,7 +36,7 @@ TEST(Operation, SynchronousStartRunsMainOnceAndReportsStateChangesInOrder) {
   auto operation = std::make_shared<CountingOperation>();
   ChangeLog log;
   bool executingSeenDuringMain = false;
-  operation->addObserver({}, [&](ZTOperation& changed, std::string_view key, ZTKeyValueChange change) {
+  (void)operation->addObserver({}, [&](ZTOperation& changed, std::string_view key, ZTKeyValueChange change) {
     log.add(key, change);
     if (key == ZTOperationIsExecutingKey && change == ZTKeyValueChange::DidChange && changed.isExecuting())
       executingSeenDuringMain = true;
@@ -74,7 +74,7 @@ TEST(Operation, ReadinessFollowsDependenciesAndCancellation) {
   auto second = std::make_shared<CountingOperation>();
   auto dependent = std::make_shared<CountingOperation>();
   ChangeLog log;
-  dependent->addObserver({std::string(ZTOperationIsReadyKey)},
+  (void)dependent->addObserver({std::string(ZTOperationIsReadyKey)},
                          [&](ZTOperation&, std::string_view key, ZTKeyValueChange change) { log.add(key, change); });
   EXPECT_TRUE(dependent->isReady());
   dependent->addDependency(first);
@@ -101,6 +101,48 @@ TEST(Operation, ReadinessFollowsDependenciesAndCancellation) {
   waiting->removeDependency(never);
   EXPECT_TRUE(waiting->isReady());
   EXPECT_EQ(never->observerCount(), 1u);  // only blocked's observation remains
+}
+
+// A holder (what a queue attaches) hears only the did-changes of readiness and finishing, after the
+// observers; one holder at a time, and only that holder can detach itself.
+TEST(Operation, HolderIsAloneAndHearsReadinessAndFinishingAfterTheObservers) {
+  struct RecordingHolder : ZTOperation::Holder {
+    ChangeLog& log;
+    explicit RecordingHolder(ChangeLog& l) : log(l) {}
+    void operationDidChange(ZTOperation&, std::string_view key) override {
+      log.add("holder " + std::string(key), ZTKeyValueChange::DidChange);
+    }
+  };
+  ChangeLog log;
+  auto holder = std::make_shared<RecordingHolder>(log);
+  auto other = std::make_shared<RecordingHolder>(log);
+  auto dependency = std::make_shared<CountingOperation>();
+  auto operation = std::make_shared<CountingOperation>();
+  (void)operation->addObserver({std::string(ZTOperationIsReadyKey), std::string(ZTOperationIsFinishedKey)},
+                         [&](ZTOperation&, std::string_view key, ZTKeyValueChange change) {
+                           if (change == ZTKeyValueChange::DidChange) log.add(key, change);
+                         });
+  ASSERT_TRUE(operation->attachHolder(holder));
+  EXPECT_FALSE(operation->attachHolder(other));
+  EXPECT_FALSE(operation->detachHolder(*other));
+  EXPECT_EQ(operation->holder(), holder);
+  EXPECT_EQ(operation->observerCount(), 1u);
+
+  operation->addDependency(dependency);
+  dependency->start();
+  operation->cancel();
+  operation->start();
+  EXPECT_EQ(log.entries, (std::vector<std::string>{"did isReady", "did holder isReady", "did isReady",
+                                                   "did holder isReady", "did isFinished", "did holder isFinished"}));
+
+  EXPECT_TRUE(operation->detachHolder(*holder));
+  EXPECT_EQ(operation->holder(), nullptr);
+  auto later = std::make_shared<CountingOperation>();
+  ASSERT_TRUE(later->attachHolder(other));
+  other.reset();  // gone without detaching: not called, and still holding the operation
+  later->start();
+  EXPECT_EQ(log.entries.size(), 6u);
+  EXPECT_FALSE(later->attachHolder(holder));
 }
 
 TEST(Operation, RejectsDependingOnItself) {
@@ -138,7 +180,7 @@ TEST(Operation, ObserverRemovedDuringCallbackIsNotCalledAgain) {
     EXPECT_TRUE(changed.removeObserver(observation));
   });
   int otherCalls = 0;
-  operation->addObserver({std::string(ZTOperationIsFinishedKey)},
+  (void)operation->addObserver({std::string(ZTOperationIsFinishedKey)},
                          [&](ZTOperation&, std::string_view, ZTKeyValueChange) { ++otherCalls; });
   operation->start();
   EXPECT_EQ(calls, 1);
@@ -151,7 +193,7 @@ TEST(Operation, CompletionBlockRunsOnceAfterFinishedObserversOnTheFinishingThrea
   auto operation = std::make_shared<CountingOperation>();
   std::vector<std::string> order;
   std::thread::id completionThread;
-  operation->addObserver({std::string(ZTOperationIsFinishedKey)},
+  (void)operation->addObserver({std::string(ZTOperationIsFinishedKey)},
                          [&](ZTOperation&, std::string_view, ZTKeyValueChange change) {
                            if (change == ZTKeyValueChange::DidChange) order.push_back("observer");
                          });
@@ -202,7 +244,7 @@ TEST(Operation, ReadinessSettlesWhenDependenciesFinishOnManyThreads) {
       dependent->addDependency(dependencies.back());
     }
     std::atomic<int> readyAnnouncements{0};
-    dependent->addObserver({std::string(ZTOperationIsReadyKey)},
+    (void)dependent->addObserver({std::string(ZTOperationIsReadyKey)},
                            [&](ZTOperation& changed, std::string_view, ZTKeyValueChange change) {
                              if (change == ZTKeyValueChange::DidChange && changed.isReady()) ++readyAnnouncements;
                            });

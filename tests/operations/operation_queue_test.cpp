@@ -74,7 +74,7 @@ TEST(OperationQueue, RunsAtMostTheLimitAndStartsTheNextWhenOneFinishes) {
   auto third = named("third", recorder, false);
   queue->addOperations({first, second, third});
   ASSERT_TRUE(zttest::eventually([&] { return recorder.events().size() == 1; }));
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(recorder.events().size(), 1u);
   EXPECT_EQ(queue->executingOperations().size(), 1u);
   EXPECT_EQ(queue->operationsCount(), 3);
@@ -84,7 +84,7 @@ TEST(OperationQueue, RunsAtMostTheLimitAndStartsTheNextWhenOneFinishes) {
   EXPECT_EQ(queue->operationsCount(), 2);
   // Raising the limit starts nothing by itself; the next completion starts up to the new limit.
   queue->setMaxConcurrentOperationCount(5);
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(recorder.events().size(), 2u);
   std::static_pointer_cast<ManualOperation>(queue->executingOperations().front())->finishWithSuccessHandler(nullptr);
   ASSERT_TRUE(zttest::eventually([&] { return recorder.events().size() == 3; }));
@@ -102,7 +102,7 @@ TEST(OperationQueue, StartsOperationsOnItsThreadNeverOnTheCaller) {
   ASSERT_TRUE(operation->waitUntilFinished(10s));
   EXPECT_NE(operation->mainThread.load(), std::this_thread::get_id());
   std::thread::id workerId;
-  zt::performBlock([&] { workerId = std::this_thread::get_id(); }, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([&] { workerId = std::this_thread::get_id(); }, worker.thread, true));
   EXPECT_EQ(operation->mainThread.load(), workerId);
 }
 
@@ -114,7 +114,7 @@ TEST(OperationQueue, WaitsForDependenciesBeforeStarting) {
   auto dependent = named("dependent", recorder, true);
   dependent->addDependency(dependency);
   queue->addOperation(dependent);
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(recorder.events().size(), 0u);
   EXPECT_EQ(queue->operationsCount(), 1);
   queue->addOperation(dependency);
@@ -130,7 +130,7 @@ TEST(OperationQueue, WaitsForDependenciesBeforeStarting) {
   queue->addOperation(later);
   later->addDependency(blocker);
   queue->setSuspended(false);
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(recorder.count("later"), 0u);
   blocker->start();
   blocker->finishWithSuccessHandler(nullptr);
@@ -145,11 +145,11 @@ TEST(OperationQueue, SuspendedQueueStartsNothingUntilResumed) {
   queue->setSuspended(true);
   EXPECT_TRUE(queue->isSuspended());
   for (const char* name : {"a", "b", "c"}) queue->addOperation(named(name, recorder, false));
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(recorder.events().size(), 0u);
   queue->setSuspended(false);
   ASSERT_TRUE(zttest::eventually([&] { return recorder.events().size() == 2; }));
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(recorder.events().size(), 2u);
   queue->cancelAllOperations();
   for (const auto& operation : queue->executingOperations())
@@ -167,7 +167,7 @@ TEST(OperationQueue, AnnouncesEachDrainOnceWithItselfAsObject) {
   EXPECT_EQ(empty.object.load(), queue.get());
   queue->addOperation(named("d", recorder, true));
   ASSERT_TRUE(zttest::eventually([&] { return empty.count.load() == 2; }));
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(empty.count.load(), 2);
   EXPECT_EQ(recorder.events().size(), 4u);
 }
@@ -241,14 +241,14 @@ TEST(OperationQueue, DisposeOnTheThreadOfARunningOperationReturnsAtOnce) {
   queue->addOperation(stuck);
   ASSERT_TRUE(zttest::eventually([&] { return stuck->mainCalls.load() == 1; }));
   std::chrono::duration<double> took{};
-  zt::performBlock(
+  ASSERT_TRUE(zt::performBlock(
       [&] {
         const auto begin = std::chrono::steady_clock::now();
         queue->dispose();
         queue->dispose();
         took = std::chrono::steady_clock::now() - begin;
       },
-      worker.thread, true);
+      worker.thread, true));
   EXPECT_LT(took.count(), 5.0);
   EXPECT_TRUE(queue->isDisposed());
   EXPECT_TRUE(stuck->isCancelled());
@@ -257,7 +257,7 @@ TEST(OperationQueue, DisposeOnTheThreadOfARunningOperationReturnsAtOnce) {
   auto late = named("late", recorder, true);
   queue->addOperation(late);
   EXPECT_EQ(queue->operationsCount(), 0);
-  zt::performBlock([] {}, worker.thread, true);
+  ASSERT_TRUE(zt::performBlock([] {}, worker.thread, true));
   EXPECT_EQ(recorder.events().size(), 0u);
 }
 

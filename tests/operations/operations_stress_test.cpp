@@ -96,7 +96,7 @@ TEST(OperationsStress, HundredThousandOperationsFromFourThreadsEachFinishOnce) {
         auto operation = ZTConcurrentOperation::make<StressOperation>(worker, finisher.thread, mode, tally);
         operation->setQueuePriority(static_cast<std::int64_t>(random() % 17) - 8);
         operation->setCompletionBlock([&tally] { ++tally.completions; });
-        operation->addObserver({std::string(ZTOperationIsFinishedKey)},
+        (void)operation->addObserver({std::string(ZTOperationIsFinishedKey)},
                                [&tally](ZTOperation& changed, std::string_view, ZTKeyValueChange change) {
                                  if (change == ZTKeyValueChange::DidChange && changed.isFinished())
                                    ++tally.finishNotifications;

@@ -86,7 +86,7 @@ TEST(ThreadWithRunLoop, AWaiterIsReleasedWhenTheThreadEndsBeforeRunningItsCall) 
 
 TEST(ThreadWithRunLoop, AWaitedCallThatThrowsRethrowsInTheCaller) {
   auto thread = ZTThreadWithRunLoop::spawnThread();
-  EXPECT_THROW(zt::performBlock([] { throw std::runtime_error("failed on worker"); }, thread, true),
+  EXPECT_THROW((void)zt::performBlock([] { throw std::runtime_error("failed on worker"); }, thread, true),
                std::runtime_error);
   EXPECT_TRUE(zt::performBlock([] {}, thread, true));  // the thread goes on
   thread->cancel();

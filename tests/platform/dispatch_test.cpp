@@ -58,7 +58,7 @@ TEST(Dispatch, MainQueueRunsOnlyWhenTheMainLoopRuns) {
   // sync from a background thread waits for the main loop.
   std::atomic<bool> syncReturned{false};
   std::thread background([&] {
-    main->sync([] {});
+    EXPECT_TRUE(main->sync([] {}));
     syncReturned = true;
   });
   ZTRunLoop::main()->runWithCondition([&] { return !syncReturned.load(); }, 5.0s);

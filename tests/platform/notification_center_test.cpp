@@ -15,11 +15,13 @@ TEST(NotificationCenter, DeliversByNameAndSender) {
   auto sender = std::make_shared<int>(1);
   auto other = std::make_shared<int>(2);
   std::vector<std::string> log;
-  center->addObserverForName("Changed", sender.get(), nullptr, [&](const ZTNotification& n) {
+  (void)center->addObserverForName("Changed", sender.get(), nullptr, [&](const ZTNotification& n) {
     log.push_back("sender:" + n.userInfo["k"].stringValue());
   });
-  center->addObserverForName("Changed", nullptr, nullptr, [&](const ZTNotification&) { log.push_back("any-sender"); });
-  center->addObserverForName("", nullptr, nullptr, [&](const ZTNotification& n) { log.push_back("all:" + n.name); });
+  (void)center->addObserverForName("Changed", nullptr, nullptr,
+                                   [&](const ZTNotification&) { log.push_back("any-sender"); });
+  (void)center->addObserverForName("", nullptr, nullptr,
+                                   [&](const ZTNotification& n) { log.push_back("all:" + n.name); });
 
   ZTValue info;
   info["k"] = "v";
@@ -34,7 +36,7 @@ TEST(NotificationCenter, RemovalTakesEffectAtOnceEvenDuringAPost) {
   auto center = ZTNotificationCenter::create();
   int first = 0, second = 0;
   std::shared_ptr<ZTNotificationObserver> secondObserver;
-  center->addObserverForName("N", nullptr, nullptr, [&](const ZTNotification&) {
+  (void)center->addObserverForName("N", nullptr, nullptr, [&](const ZTNotification&) {
     ++first;
     center->removeObserver(secondObserver);  // removed while this post is delivering
   });
@@ -59,7 +61,7 @@ TEST(NotificationCenter, QueuedObserversRunOnTheirQueue) {
   auto center = ZTNotificationCenter::create();
   std::atomic<bool> onMain{false};
   std::atomic<bool> delivered{false};
-  center->addObserverForName("N", nullptr, ZTDispatchQueue::main(), [&](const ZTNotification&) {
+  (void)center->addObserverForName("N", nullptr, ZTDispatchQueue::main(), [&](const ZTNotification&) {
     onMain = ZTDispatchQueue::main()->isCurrent();
     delivered = true;
   });

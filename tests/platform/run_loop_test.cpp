@@ -24,7 +24,7 @@ TEST(RunLoop, RunsCallsPostedFromOtherThreadsInOrder) {
   auto loop = ZTRunLoop::current();
   std::vector<int> seen;
   std::thread producer([&] {
-    for (int i = 0; i < 100; ++i) loop->post([&seen, i] { seen.push_back(i); });
+    for (int i = 0; i < 100; ++i) EXPECT_TRUE(loop->post([&seen, i] { seen.push_back(i); }));
   });
   producer.join();
   ASSERT_TRUE(runUntil(loop, [&] { return seen.size() == 100; }));
@@ -46,7 +46,7 @@ TEST(RunLoop, ReportsWhetherItHadAnythingToRun) {
       EXPECT_TRUE(loop->runOnce(50ms));
       EXPECT_GE(std::chrono::steady_clock::now() - start, 45ms);
     }
-    loop->post([&] { ranOnWorker = true; });
+    EXPECT_TRUE(loop->post([&] { ranOnWorker = true; }));
     EXPECT_TRUE(loop->runOnce(1s));
   });
   worker.join();
@@ -128,8 +128,8 @@ TEST(RunLoop, RunUntilRunsCallsAndReturnsAtTheDeadline) {
     auto loop = ZTRunLoop::current();
     auto keep = loop->keepAlive();
     int ran = 0;
-    loop->post([&] { ++ran; });
-    loop->post([&] { ++ran; });
+    EXPECT_TRUE(loop->post([&] { ++ran; }));
+    EXPECT_TRUE(loop->post([&] { ++ran; }));
     const auto start = std::chrono::steady_clock::now();
     loop->runUntil(start + 50ms);
     const auto waited = std::chrono::steady_clock::now() - start;
@@ -151,7 +151,7 @@ TEST(RunLoop, ClosedLoopDropsAndDestroysPendingCalls) {
   std::thread worker([&] {
     auto loop = ZTRunLoop::current();
     auto witness = std::make_shared<Witness>(Witness{destroyed});
-    loop->post([witness, &ran] { ran = true; });
+    EXPECT_TRUE(loop->post([witness, &ran] { ran = true; }));
     witness.reset();
     loop->close();
     EXPECT_TRUE(loop->isClosed());
@@ -168,8 +168,8 @@ TEST(RunLoop, ThrowingCallIsReportedAndTheLoopGoesOn) {
   ZTSetLogSink([&](std::string_view line) { lines.emplace_back(line); });
   auto loop = ZTRunLoop::current();
   bool after = false;
-  loop->post([] { throw std::runtime_error("boom"); });
-  loop->post([&] { after = true; });
+  EXPECT_TRUE(loop->post([] { throw std::runtime_error("boom"); }));
+  EXPECT_TRUE(loop->post([&] { after = true; }));
   runUntil(loop, [&] { return after; });
   ZTSetLogSink({});
   EXPECT_TRUE(after);
@@ -182,7 +182,7 @@ TEST(RunLoop, RunWithConditionEndsOnConditionOrTimeout) {
   std::atomic<bool> flag{false};
   std::thread([&] {
     std::this_thread::sleep_for(20ms);
-    loop->post([&] { flag = true; });
+    EXPECT_TRUE(loop->post([&] { flag = true; }));
   }).detach();
   auto start = std::chrono::steady_clock::now();
   loop->runWithCondition([&] { return !flag.load(); }, 5.0s);

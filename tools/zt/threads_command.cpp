@@ -64,6 +64,12 @@ int runThreadsTour(int calls) {
             << "   (OS thread " << worker->systemThreadId() << "); start() returned after " << ms(millisecondsSince(start))
             << " with the thread already running its loop.\n";
 
+  // A waited call comes back false only when the worker dropped it: it ended unexpectedly.
+  const auto workerEnded = [] {
+    std::cout << "The worker thread ended unexpectedly.\n";
+    return 1;
+  };
+
   std::vector<int> order;
   std::mutex orderMutex;
   for (int i = 1; i <= 3; ++i) {
@@ -74,20 +80,20 @@ int runThreadsTour(int calls) {
         },
         worker);
   }
-  zt::performBlock([] {}, worker, true);
+  if (!zt::performBlock([] {}, worker, true)) return workerEnded();
   std::cout << "2. Sent three calls without waiting; they ran on the worker in the order sent: " << order[0] << ", "
             << order[1] << ", " << order[2] << ".\n";
 
   int primes = 0;
   start = Clock::now();
-  zt::performBlock([&] { primes = countPrimesBelow(200'000); }, worker, true);
+  if (!zt::performBlock([&] { primes = countPrimesBelow(200'000); }, worker, true)) return workerEnded();
   std::cout << "3. Waited for a call: the worker counted " << primes << " primes below 200,000 in "
             << ms(millisecondsSince(start)) << " (round trip included).\n";
 
   std::atomic<int> counter{0};
   start = Clock::now();
   for (int i = 0; i < calls; ++i) zt::performBlock([&counter] { counter.fetch_add(1); }, worker);
-  zt::performBlock([] {}, worker, true);
+  if (!zt::performBlock([] {}, worker, true)) return workerEnded();
   const double elapsed = millisecondsSince(start);
   std::cout << "4. Sent " << calls << " calls from the main thread: all " << counter.load() << " ran, in "
             << ms(elapsed) << " (" << static_cast<long long>(calls / (elapsed / 1000.0)) << " calls per second).\n";
@@ -120,7 +126,8 @@ int runThreadsTour(int calls) {
       allReleased.signal();
     });
   }
-  for (int i = 0; i < 4; ++i) allReleased.wait(std::chrono::seconds(5));
+  bool jobsEnded = true;
+  for (int i = 0; i < 4; ++i) jobsEnded = allReleased.wait(std::chrono::seconds(5)) && jobsEnded;
   std::cout << "6. A task lock handed out 4 locks to jobs on the global queue; its block ran "
             << (blockRan ? "once, when the last of the " : "NOT after the ") << finished.load() << " jobs released.\n";
 
@@ -149,7 +156,7 @@ int runThreadsTour(int calls) {
   std::cout << "8. Cancelled the worker: it ended after " << ms(millisecondsSince(start)) << "; a call sent afterwards was "
             << (dropped ? "dropped, and the caller did not hang" : "unexpectedly run") << ".\n";
   zt::removeObserverSafetly(observer);
-  return delivered && blockRan && dropped ? 0 : 1;
+  return delivered && blockRan && jobsEnded && dropped ? 0 : 1;
 }
 
 int runThreadsTourWithDefaults() { return runThreadsTour(100000); }

@@ -21,17 +21,19 @@
 #include "zentrel/operations/cancellation_handling_operation.h"
 #include "zentrel/operations/concurrent_operation.h"
 #include "zentrel/platform/error.h"
+#include "zentrel/platform/export.h"
 
-class ZTBlockOperation : public ZTCancellationHandlingOperation {
+class ZT_API ZTBlockOperation : public ZTCancellationHandlingOperation {
  public:
   using ExecutionBlock = std::function<bool(ZTBlockOperation& operation, std::optional<ZTError>& error)>;
   using Handler = std::function<void(ZTBlockOperation& operation)>;
   using FailureHandler = std::function<void(ZTBlockOperation& operation, const ZTError& error)>;
 
   // nullptr when the execution block or the failure handler is empty.
-  static std::shared_ptr<ZTBlockOperation> create(ExecutionBlock executionBlock, Handler startHandler,
-                                                  Handler cancellationHandler, Handler successHandler,
-                                                  FailureHandler failureHandler);
+  [[nodiscard]] static std::shared_ptr<ZTBlockOperation> create(ExecutionBlock executionBlock, Handler startHandler,
+                                                                Handler cancellationHandler,
+                                                                Handler successHandler,
+                                                                FailureHandler failureHandler);
   // Use create(); public only for std::make_shared.
   ZTBlockOperation(ExecutionBlock executionBlock, Handler startHandler, Handler cancellationHandler,
                    Handler successHandler, FailureHandler failureHandler);
@@ -47,22 +49,22 @@ class ZTBlockOperation : public ZTCancellationHandlingOperation {
   FailureHandler failureHandler_;
 };
 
-class ZTConcurrentBlockOperation : public ZTConcurrentOperation {
+class ZT_API ZTConcurrentBlockOperation : public ZTConcurrentOperation {
  public:
   using ExecutionBlock = std::function<void(ZTConcurrentBlockOperation& operation, std::optional<ZTError>& error)>;
   using AsyncExecutionBlock = std::function<void(ZTConcurrentBlockOperation& operation)>;
   using SuccessHandler = std::function<void(ZTConcurrentBlockOperation& operation)>;
 
   // nullptr when the worker thread is unusable (see ZTConcurrentOperation).
-  static std::shared_ptr<ZTConcurrentBlockOperation> create(
+  [[nodiscard]] static std::shared_ptr<ZTConcurrentBlockOperation> create(
       ExecutionBlock executionBlock, AsyncExecutionBlock asyncExecutionBlock, std::shared_ptr<ZTThread> workerThread,
       Handler startHandler, Handler cancellationHandler, SuccessHandler successHandler, FailureHandler failureHandler);
   // Synchronous block; nullptr also when it is empty.
-  static std::shared_ptr<ZTConcurrentBlockOperation> createWithExecutionBlock(
+  [[nodiscard]] static std::shared_ptr<ZTConcurrentBlockOperation> createWithExecutionBlock(
       ExecutionBlock executionBlock, std::shared_ptr<ZTThread> workerThread, Handler startHandler,
       Handler cancellationHandler, SuccessHandler successHandler, FailureHandler failureHandler);
   // Asynchronous block, which finishes the operation itself.
-  static std::shared_ptr<ZTConcurrentBlockOperation> createWithAsyncExecutionBlock(
+  [[nodiscard]] static std::shared_ptr<ZTConcurrentBlockOperation> createWithAsyncExecutionBlock(
       AsyncExecutionBlock asyncExecutionBlock, std::shared_ptr<ZTThread> workerThread, Handler startHandler,
       Handler cancellationHandler, FailureHandler failureHandler);
 
@@ -81,12 +83,13 @@ class ZTConcurrentBlockOperation : public ZTConcurrentOperation {
 
 // An operation that does nothing but report an error it was given: for callers that must return an
 // operation although they already know the outcome. Synchronous; main() calls the failure handler.
-class ZTAlwaysFailingOperation : public ZTOperation {
+class ZT_API ZTAlwaysFailingOperation : public ZTOperation {
  public:
   using FailureHandler = std::function<void(ZTAlwaysFailingOperation& operation, const ZTError& error)>;
 
   // nullptr when the failure handler is empty.
-  static std::shared_ptr<ZTAlwaysFailingOperation> create(ZTError error, FailureHandler failureHandler);
+  [[nodiscard]] static std::shared_ptr<ZTAlwaysFailingOperation> create(ZTError error,
+                                                                        FailureHandler failureHandler);
   // Use create(); public only for std::make_shared.
   ZTAlwaysFailingOperation(ZTError error, FailureHandler failureHandler);
 

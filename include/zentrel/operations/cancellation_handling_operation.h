@@ -6,12 +6,15 @@
 // Subclasses override doMain(). The handler runs on the thread that calls start(), after the
 // operation has finished. Set it before the operation starts.
 
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <utility>
 
-#include "zentrel/platform/operation.h"
+#include "zentrel/operations/operation.h"
+#include "zentrel/platform/export.h"
 
-class ZTCancellationHandlingOperation : public ZTOperation {
+class ZT_API ZTCancellationHandlingOperation : public ZTOperation {
  public:
   using Handler = std::function<void(ZTCancellationHandlingOperation& operation)>;
 

@@ -22,27 +22,27 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "zentrel/operations/concurrent_operation.h"
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 
 class ZTOperationQueue;
 class ZTNotificationObserver;
 
 inline constexpr std::uint64_t ZTCompoundOperationWaitUntilFinishedAndCompletionHandlersAreCalled = 1;
 
-class ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
+class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
  public:
   using CompletionHandler = std::function<void(ZTCompoundConcurrentOperation& operation)>;
 
   // nullptr when the completion handler is empty, the member list is empty, or the worker thread is
   // unusable (see ZTConcurrentOperation).
-  static std::shared_ptr<ZTCompoundConcurrentOperation> create(std::vector<std::shared_ptr<ZTOperation>> operations,
-                                                               std::uint64_t options,
-                                                               std::shared_ptr<ZTThread> workerThread,
-                                                               Handler startHandler, Handler cancellationHandler,
-                                                               CompletionHandler completionHandler);
+  [[nodiscard]] static std::shared_ptr<ZTCompoundConcurrentOperation> create(
+      std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
+      std::shared_ptr<ZTThread> workerThread, Handler startHandler, Handler cancellationHandler,
+      CompletionHandler completionHandler);
 
   // Use create(); public only for std::make_shared.
   ZTCompoundConcurrentOperation(std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
@@ -63,24 +63,26 @@ class ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
 
  protected:
   void completeOperation() override;
+  // Appends the non-null operations to the members, unless the queue has been made already.
+  void addOperationsBeforeStart(const std::vector<std::shared_ptr<ZTOperation>>& operations);
+
+ private:
   void finish();
   void cancelOperationQueueSpawnedThreadIfNeeded();
   void handleConcurrentOperationQueueDidBecameEmptyNotification();
 
-  mutable std::mutex mutex_;
-  std::vector<std::shared_ptr<ZTOperation>> operations_;  // guarded by mutex_
-  std::shared_ptr<ZTOperationQueue> operationQueue_;      // guarded by mutex_; set once started
-
- private:
+  mutable ZTMutex mutex_;
+  std::vector<std::shared_ptr<ZTOperation>> operations_ ZT_GUARDED_BY(mutex_);
+  std::shared_ptr<ZTOperationQueue> operationQueue_ ZT_GUARDED_BY(mutex_);  // set once started
   const std::uint64_t options_;
   CompletionHandler completionHandler_;
-  std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_;  // guarded by mutex_
+  std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_ ZT_GUARDED_BY(mutex_);
 };
 
-class ZTMutableCompoundConcurrentOperation : public ZTCompoundConcurrentOperation {
+class ZT_API ZTMutableCompoundConcurrentOperation : public ZTCompoundConcurrentOperation {
  public:
   // As the base's create(), but an empty member list is accepted.
-  static std::shared_ptr<ZTMutableCompoundConcurrentOperation> create(
+  [[nodiscard]] static std::shared_ptr<ZTMutableCompoundConcurrentOperation> create(
       std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
       std::shared_ptr<ZTThread> workerThread, Handler startHandler, Handler cancellationHandler,
       CompletionHandler completionHandler);

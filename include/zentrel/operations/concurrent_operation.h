@@ -25,16 +25,20 @@
 // spawned its worker thread cancels that thread when it is destroyed, so the thread lives exactly
 // as long as the operation.
 
+#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
+#include <utility>
+#include <vector>
 
+#include "zentrel/operations/operation.h"
 #include "zentrel/platform/error.h"
-#include "zentrel/platform/operation.h"
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/thread.h"
 
-class ZTConcurrentOperation : public ZTOperation {
+class ZT_API ZTConcurrentOperation : public ZTOperation {
  public:
   using Handler = std::function<void(ZTConcurrentOperation& operation)>;
   using FailureHandler = std::function<void(ZTConcurrentOperation& operation, const ZTError& error)>;
@@ -56,7 +60,7 @@ class ZTConcurrentOperation : public ZTOperation {
 
   // Constructs T and completes its set-up; nullptr when the worker thread is unusable.
   template <class T, class... A>
-  static std::shared_ptr<T> make(A&&... arguments) {
+  [[nodiscard]] static std::shared_ptr<T> make(A&&... arguments) {
     auto operation = std::make_shared<T>(std::forward<A>(arguments)...);
     if (!operation->completeInitialization()) return nullptr;
     return operation;
@@ -139,11 +143,11 @@ class ZTConcurrentOperation : public ZTOperation {
   std::atomic<bool> completionClaimed_{false};
   bool spawnsWorkerThread_ = false;
   std::shared_ptr<ZTThread> workerThread_;
-  mutable std::mutex userInfoMutex_;
-  std::shared_ptr<void> userInfo_;  // guarded by userInfoMutex_
+  mutable ZTMutex userInfoMutex_;
+  std::shared_ptr<void> userInfo_ ZT_GUARDED_BY(userInfoMutex_);
   // Recursive, so that an observer reacting to one change may read and change flags on its thread.
-  mutable std::recursive_mutex changingExecutingLock_;
-  mutable std::recursive_mutex changingFinishedLock_;
+  mutable ZTRecursiveMutex changingExecutingLock_;
+  mutable ZTRecursiveMutex changingFinishedLock_;
   Handler startHandler_;
   Handler cancellationHandler_;
   FailureHandler failureHandler_;

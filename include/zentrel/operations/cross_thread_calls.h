@@ -25,6 +25,7 @@
 #include <utility>
 
 #include "zentrel/platform/dispatch.h"
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/run_loop.h"
 #include "zentrel/platform/thread.h"
 #include "zentrel/platform/value.h"
@@ -36,13 +37,14 @@ using ZTDispatchFunction = std::function<void(const std::shared_ptr<ZTDispatchQu
 
 // Runs block at once when called on the main thread; otherwise hands the main queue and the block
 // to dispatchFunction. Does nothing if either is empty.
-void performOnMainThreadUsingDispatchFunction(const ZTDispatchFunction& dispatchFunction, std::function<void()> block);
+ZT_API void performOnMainThreadUsingDispatchFunction(const ZTDispatchFunction& dispatchFunction,
+                                                    std::function<void()> block);
 // Synchronous only when already on the main thread; from any other thread it returns at once and
 // the block runs later on the main thread.
-void performOnMainThreadSynchronouslyIfPossible(std::function<void()> block);
+ZT_API void performOnMainThreadSynchronouslyIfPossible(std::function<void()> block);
 // Always returns after the block has run on the main thread. Called from a thread that the main
 // thread is waiting for, it deadlocks.
-void performOnMainThreadSynchronously(std::function<void()> block);
+ZT_API void performOnMainThreadSynchronously(std::function<void()> block);
 
 namespace zt {
 
@@ -82,7 +84,8 @@ struct Arity<R (C::*)(P...) const> : std::integral_constant<std::size_t, sizeof.
 
 // Runs call on the thread's run loop; see the rules above. Returns true when the call ran (waited)
 // or was queued (not waited).
-bool performOnThread(const std::shared_ptr<ZTThread>& thread, std::function<void()> call, bool waitUntilDone);
+[[nodiscard]] ZT_API bool performOnThread(const std::shared_ptr<ZTThread>& thread, std::function<void()> call,
+                                          bool waitUntilDone);
 }  // namespace detail
 
 // True if both are null; false if exactly one is; otherwise *a == *b.
@@ -118,7 +121,7 @@ void checkAndPerformSelector(const F& f, A&&... args) {
       [&]<std::size_t... I>(std::index_sequence<I...>) { std::invoke(f, std::get<I>(all)...); }
       (std::make_index_sequence<sizeof...(A) - 1>{});
     };
-    detail::performOnThread(thread, std::move(call), false);
+    (void)detail::performOnThread(thread, std::move(call), false);  // dropped by a thread that has ended
   } else {
     std::invoke(f, std::forward<A>(args)...);
   }
@@ -134,7 +137,7 @@ void performSelector(const F& f, A&& a, B&& b, C&& c) {
 // Runs f(a, b, c) on the thread (null = the calling thread, where it runs at once whatever
 // waitUntilDone says). Returns false when the call was dropped.
 template <class F, class A, class B, class C>
-bool performSelector(const F& f, A a, B b, C c, std::shared_ptr<ZTThread> thread, bool waitUntilDone) {
+[[nodiscard]] bool performSelector(const F& f, A a, B b, C c, std::shared_ptr<ZTThread> thread, bool waitUntilDone) {
   if (!detail::isPresent(f)) return false;
   if (!thread) thread = ZTThread::currentThread();
   if (thread->runLoop()->isCurrent()) {
@@ -147,7 +150,7 @@ bool performSelector(const F& f, A a, B b, C c, std::shared_ptr<ZTThread> thread
 }
 
 template <class F, class A, class B, class C>
-bool performSelectorOnMainThread(const F& f, A a, B b, C c, bool waitUntilDone) {
+[[nodiscard]] bool performSelectorOnMainThread(const F& f, A a, B b, C c, bool waitUntilDone) {
   return performSelector(f, std::move(a), std::move(b), std::move(c), ZTThread::mainThread(), waitUntilDone);
 }
 
@@ -155,7 +158,8 @@ bool performSelectorOnMainThread(const F& f, A a, B b, C c, bool waitUntilDone) 
 // ZTValue), on the thread (null = calling thread; there it runs at once). Does nothing when f is
 // absent or its parameter count differs from the number of arguments.
 template <class F>
-bool performSelector(const F& f, const ZTValueArray& arguments, std::shared_ptr<ZTThread> thread, bool waitUntilDone) {
+[[nodiscard]] bool performSelector(const F& f, const ZTValueArray& arguments, std::shared_ptr<ZTThread> thread,
+                                   bool waitUntilDone) {
   constexpr std::size_t arity = detail::Arity<std::remove_cvref_t<F>>::value;
   if (!detail::isPresent(f) || arguments.size() != arity) return false;
   if (!thread) thread = ZTThread::currentThread();
@@ -176,18 +180,21 @@ template <class F, class T>
 void performSelectorLater(const F& f, T object) {
   if (!detail::isPresent(f)) return;
   if constexpr (std::is_invocable_v<const F&, T&>) {
-    ZTRunLoop::current()->post([f, object = std::move(object)]() mutable { std::invoke(f, object); });
+    // The calling thread's own loop is open while the thread runs.
+    (void)ZTRunLoop::current()->post([f, object = std::move(object)]() mutable { std::invoke(f, object); });
   } else if constexpr (std::is_invocable_v<const F&>) {
-    ZTRunLoop::current()->post([f] { std::invoke(f); });
+    (void)ZTRunLoop::current()->post([f] { std::invoke(f); });
   }
 }
 
 // Runs block on the calling thread's run loop after the delay; the returned timer can cancel it.
-std::shared_ptr<ZTTimer> performBlock(std::function<void()> block, std::chrono::duration<double> delay);
+[[nodiscard]] ZT_API std::shared_ptr<ZTTimer> performBlock(std::function<void()> block,
+                                                         std::chrono::duration<double> delay);
 // Queues block on the thread without waiting. A null thread does nothing.
-void performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread);
+ZT_API void performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread);
 // Runs block on the thread, waiting for it when waitUntilDone is true (on the calling thread
 // itself it then runs at once). A null thread does nothing. Returns false when the block was dropped.
-bool performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread, bool waitUntilDone);
+[[nodiscard]] ZT_API bool performBlock(std::function<void()> block, const std::shared_ptr<ZTThread>& thread,
+                                       bool waitUntilDone);
 
 }  // namespace zt

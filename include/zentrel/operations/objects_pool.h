@@ -21,13 +21,13 @@
 
 #include <atomic>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <limits>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -35,12 +35,14 @@
 
 #include "zentrel/platform/debug_name.h"
 #include "zentrel/platform/dispatch.h"
+#include "zentrel/platform/mutex.h"
 
 namespace zt::detail {
 // A recursive lock that costs what a plain mutex costs when it is not re-entered.
-class PoolLock {
+class ZT_CAPABILITY("mutex") PoolLock {
  public:
-  void lock() {
+  // The analysis cannot follow mutex_ held from one call to the next, nor the owner re-entering.
+  void lock() ZT_ACQUIRE() ZT_NO_THREAD_SAFETY_ANALYSIS {
     const void* self = threadMarker();
     if (owner_.load(std::memory_order_relaxed) == self) {
       ++depth_;
@@ -50,7 +52,7 @@ class PoolLock {
     owner_.store(self, std::memory_order_relaxed);
     depth_ = 1;
   }
-  void unlock() {
+  void unlock() ZT_RELEASE() ZT_NO_THREAD_SAFETY_ANALYSIS {
     if (--depth_ != 0) return;
     owner_.store(nullptr, std::memory_order_relaxed);
     mutex_.unlock();
@@ -62,9 +64,9 @@ class PoolLock {
     static thread_local char marker;
     return &marker;
   }
-  std::mutex mutex_;
+  ZTMutex mutex_;
   std::atomic<const void*> owner_{nullptr};
-  std::size_t depth_ = 0;  // guarded by mutex_
+  std::size_t depth_ ZT_GUARDED_BY(mutex_) = 0;
 };
 }  // namespace zt::detail
 
@@ -89,19 +91,23 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   static constexpr std::uint64_t defaultMaxCount = std::numeric_limits<std::uint32_t>::max();
 
-  static std::shared_ptr<ZTObjectsPool> pool() { return poolWithObjects({}, defaultMaxCount); }
-  static std::shared_ptr<ZTObjectsPool> poolWithMaxCount(std::uint64_t maxCount) {
+  [[nodiscard]] static std::shared_ptr<ZTObjectsPool> pool() { return poolWithObjects({}, defaultMaxCount); }
+  [[nodiscard]] static std::shared_ptr<ZTObjectsPool> poolWithMaxCount(std::uint64_t maxCount) {
     return poolWithObjects({}, maxCount);
   }
   // The objects become free; the limit is their number.
-  static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects) {
+  [[nodiscard]] static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects) {
     return poolWithObjects(objects, objects.size());
   }
   // nullptr when there are more objects than the limit. Null and repeated objects count once.
-  static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects, std::uint64_t maxCount) {
+  [[nodiscard]] static std::shared_ptr<ZTObjectsPool> poolWithObjects(const std::vector<Object>& objects,
+                                                                      std::uint64_t maxCount) {
     std::shared_ptr<ZTObjectsPool> result(new ZTObjectsPool(maxCount));
-    for (const auto& object : objects)
-      if (object && !result->slots_.find(object.get())) result->insertFree(object);
+    {
+      ZTLockGuard lock(result->mutex_);
+      for (const auto& object : objects)
+        if (object && !result->slots_.find(object.get())) result->insertFree(object);
+    }
     if (result->count() > maxCount) return nullptr;
     return result;
   }
@@ -111,20 +117,15 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   // ---- Taking objects ----
 
-  Object getObject() {
-    std::lock_guard lock(mutex_);
-    if (free_.empty()) return nullptr;
-    Slot* slot = free_.back();
-    unlink(slot);
-    link(slot, true);
-    lastTaken_ = slot;
-    return slot->object;
+  [[nodiscard]] Object getObject() {
+    ZTLockGuard lock(mutex_);
+    return getObjectLocked();
   }
 
   // The first free object the test accepts (any free object without a test), now busy; nullptr
   // when there is none.
-  Object getObjectPassingTest(const Test& test) {
-    std::lock_guard lock(mutex_);
+  [[nodiscard]] Object getObjectPassingTest(const Test& test) {
+    ZTLockGuard lock(mutex_);
     if (free_.empty()) return nullptr;
     std::size_t index = free_.size() - 1;
     if (test) {
@@ -145,7 +146,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   // Up to n objects, taken one at a time; fewer (or none) when fewer are free.
-  std::vector<Object> getObjectsWithCount(std::uint64_t n) {
+  [[nodiscard]] std::vector<Object> getObjectsWithCount(std::uint64_t n) {
     std::vector<Object> result;
     for (std::uint64_t i = 0; i < n; ++i) {
       Object object = getObject();
@@ -161,8 +162,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     Object object;
     Token token;
     {
-      std::lock_guard lock(mutex_);
-      object = getObject();
+      ZTLockGuard lock(mutex_);
+      object = getObjectLocked();
       if (!object) {
         token = std::make_shared<ZTObjectsPoolRequestToken>(nextSerial_++);
         waiting_.emplace(token->serial(), Request{token, std::move(handler)});
@@ -173,9 +174,9 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   // True when the request was still waiting and is now withdrawn.
-  bool cancelGetRequestWithToken(const Token& token) {
+  [[nodiscard]] bool cancelGetRequestWithToken(const Token& token) {
     if (!token) return false;
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     auto it = waiting_.find(token->serial());
     if (it == waiting_.end() || it->second.token != token) return false;
     waiting_.erase(it);
@@ -183,7 +184,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   // Blocks until an object can be handed to the caller.
-  Object getObjectWaitUntilBecomeAvailable() {
+  [[nodiscard]] Object getObjectWaitUntilBecomeAvailable() {
     struct Delivery {
       ZTSemaphore semaphore;
       Object object;
@@ -199,7 +200,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   // Any free object, else any busy one, else nullptr; changes nothing.
   Object peekAnyObject() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     if (!free_.empty()) return free_.back()->object;
     const auto busy = busySlots();
     if (!busy.empty()) return busy.front()->object;
@@ -210,9 +211,9 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   // False unless the object is busy in this pool; otherwise it becomes free (or goes to a waiting
   // request) and the result is true.
-  bool putObject(const Object& object) {
+  [[nodiscard]] bool putObject(const Object& object) {
     if (!object) return false;
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     // Objects usually come back in the order they went out: try the last one taken before the table.
     Slot* slot = lastTaken_ && lastTaken_->object == object ? lastTaken_ : slots_.find(object.get());
     if (!slot || !slot->busy) return false;
@@ -224,17 +225,17 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     return true;
   }
 
-  bool addObjectToFreeObjects(const Object& object) {
+  [[nodiscard]] bool addObjectToFreeObjects(const Object& object) {
     if (!object) return false;
     return addObjectsFromArrayToFreeObjects({object});
   }
 
   // False (adding nothing) for an empty array, a null or already held object, or when the limit
   // would be exceeded. Serves waiting requests with the new objects.
-  bool addObjectsFromArrayToFreeObjects(const std::vector<Object>& objects) {
+  [[nodiscard]] bool addObjectsFromArrayToFreeObjects(const std::vector<Object>& objects) {
     std::vector<std::pair<CompletionHandler, Object>> served;
     {
-      std::lock_guard lock(mutex_);
+      ZTLockGuard lock(mutex_);
       if (!canAddObjects(objects)) return false;
       for (const auto& object : objects) insertFree(object);
       served = takeServedRequests();
@@ -243,14 +244,14 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     return true;
   }
 
-  bool addObjectToBusyObjects(const Object& object) {
+  [[nodiscard]] bool addObjectToBusyObjects(const Object& object) {
     if (!object) return false;
     return addObjectsFromArrayToBusyObjects({object});
   }
 
   // As for free objects, but the objects count as handed out; waiting requests are not served.
-  bool addObjectsFromArrayToBusyObjects(const std::vector<Object>& objects) {
-    std::lock_guard lock(mutex_);
+  [[nodiscard]] bool addObjectsFromArrayToBusyObjects(const std::vector<Object>& objects) {
+    ZTLockGuard lock(mutex_);
     if (!canAddObjects(objects)) return false;
     for (const auto& object : objects) insertBusy(object);
     return true;
@@ -261,26 +262,26 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   bool canAddObject() const { return count() < maxCount(); }
   // False for 0; otherwise whether count() + n stays within the limit.
   bool canAddObjectsFromArrayOfSize(std::uint64_t n) const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return canAddCount(n);
   }
   std::uint64_t countOfObjectsWhichCanBeAdded() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     const std::uint64_t held = free_.size() + busyCount_;
     return held >= maxCount_ ? 0 : maxCount_ - held;
   }
   std::uint64_t count() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return free_.size() + busyCount_;
   }
   std::uint64_t maxCount() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return maxCount_;
   }
   // Lowering the limit below count() drops free objects first, then busy ones (their holders keep
   // them, but putObject() then refuses them). Waiting requests are neither served nor cancelled.
   void setMaxCount(std::uint64_t maxCount) {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     if (maxCount == maxCount_) return;
     maxCount_ = maxCount;
     const std::uint64_t held = free_.size() + busyCount_;
@@ -292,29 +293,26 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   // ---- Removal and inspection ----
 
-  bool removeObject(const Object& object) {
+  [[nodiscard]] bool removeObject(const Object& object) {
     if (!object) return false;
-    std::lock_guard lock(mutex_);
-    Slot* slot = slots_.find(object.get());
-    if (!slot) return false;
-    erase(slot);
-    return true;
+    ZTLockGuard lock(mutex_);
+    return removeObjectLocked(object);
   }
 
   // Removes the busy objects for which test(object, true) holds, then the free ones for which
   // test(object, false) holds.
   void removeObjectsPassingTest(const BusyTest& test) {
     if (!test) return;
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     for (const auto& object : objectsOf(busySlots()))
-      if (test(object, true)) removeObject(object);
+      if (test(object, true)) removeObjectLocked(object);
     for (const auto& object : objectsOf(free_))
-      if (test(object, false)) removeObject(object);
+      if (test(object, false)) removeObjectLocked(object);
   }
 
   // Waiting requests stay waiting.
   void removeAllObjects() {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     free_.clear();
     busyCount_ = 0;
     lastTaken_ = nullptr;
@@ -322,39 +320,39 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   std::vector<Object> allFreeObjects() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return objectsOf(free_);
   }
   std::vector<Object> allBusyObjects() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return objectsOf(busySlots());
   }
   // Free objects, then busy ones.
   std::vector<Object> allObjects() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     std::vector<Object> all = objectsOf(free_);
     for (const Slot* slot : busySlots()) all.push_back(slot->object);
     return all;
   }
   std::size_t waitingRequestsCount() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     return waiting_.size();
   }
 
   void enumerateAllFreeObjects(const std::function<void(const Object&)>& block) const {
     if (!block) return;
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     for (const auto& object : objectsOf(free_)) block(object);
   }
   void enumerateAllBusyObjects(const std::function<void(const Object&)>& block) const {
     if (!block) return;
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     for (const auto& object : objectsOf(busySlots())) block(object);
   }
 
   // "<ZTObjectsPool<T> 0x...: max count = 2, count = 2, busy objects = (...), free objects = (...)>"
   std::string description() const {
-    std::lock_guard lock(mutex_);
+    ZTLockGuard lock(mutex_);
     auto list = [](const std::vector<Slot*>& slots) {
       std::string text = "(";
       for (std::size_t i = 0; i < slots.size(); ++i) text += (i ? ", " : "") + addressOf(slots[i]->object.get());
@@ -454,14 +452,29 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
 
   explicit ZTObjectsPool(std::uint64_t maxCount) : maxCount_(maxCount) {}
 
+  Object getObjectLocked() ZT_REQUIRES(mutex_) {
+    if (free_.empty()) return nullptr;
+    Slot* slot = free_.back();
+    unlink(slot);
+    link(slot, true);
+    lastTaken_ = slot;
+    return slot->object;
+  }
+
+  bool removeObjectLocked(const Object& object) ZT_REQUIRES(mutex_) {
+    Slot* slot = slots_.find(object.get());
+    if (!slot) return false;
+    erase(slot);
+    return true;
+  }
+
   // Pairs waiting requests, oldest first, with free objects (which become busy) and removes them.
-  std::vector<std::pair<CompletionHandler, Object>> takeServedRequests() {
+  std::vector<std::pair<CompletionHandler, Object>> takeServedRequests() ZT_REQUIRES(mutex_) {
     std::vector<std::pair<CompletionHandler, Object>> served;
-    if (waiting_.empty()) return served;
-    const auto given = getObjectsWithCount(waiting_.size());
-    auto it = waiting_.begin();
-    for (const auto& object : given) {
-      served.emplace_back(std::move(it->second.handler), object);
+    for (auto it = waiting_.begin(); it != waiting_.end();) {
+      Object object = getObjectLocked();
+      if (!object) break;
+      served.emplace_back(std::move(it->second.handler), std::move(object));
       it = waiting_.erase(it);
     }
     return served;
@@ -473,11 +486,11 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     return text;
   }
 
-  bool canAddCount(std::uint64_t n) const {
+  bool canAddCount(std::uint64_t n) const ZT_REQUIRES(mutex_) {
     const std::uint64_t held = free_.size() + busyCount_;
     return n != 0 && held + n <= maxCount_ && held + n >= n;
   }
-  bool canAddObjects(const std::vector<Object>& objects) const {
+  bool canAddObjects(const std::vector<Object>& objects) const ZT_REQUIRES(mutex_) {
     if (!canAddCount(objects.size())) return false;
     for (std::size_t i = 0; i < objects.size(); ++i) {
       if (!objects[i] || slots_.find(objects[i].get())) return false;
@@ -487,11 +500,11 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     return true;
   }
 
-  void insertFree(const Object& object) { link(slots_.insert(object), false); }
-  void insertBusy(const Object& object) { link(slots_.insert(object), true); }
+  void insertFree(const Object& object) ZT_REQUIRES(mutex_) { link(slots_.insert(object), false); }
+  void insertBusy(const Object& object) ZT_REQUIRES(mutex_) { link(slots_.insert(object), true); }
 
   // Busy objects are only marked; the free ones are kept in a list, from which getObject() takes.
-  void link(Slot* slot, bool busy) {
+  void link(Slot* slot, bool busy) ZT_REQUIRES(mutex_) {
     slot->busy = busy;
     if (busy) {
       ++busyCount_;
@@ -500,7 +513,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     slot->index = free_.size();
     free_.push_back(slot);
   }
-  void unlink(Slot* slot) {
+  void unlink(Slot* slot) ZT_REQUIRES(mutex_) {
     if (slot->busy) {
       --busyCount_;
       return;
@@ -511,7 +524,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     }
     free_.pop_back();
   }
-  std::vector<Slot*> busySlots() const {
+  std::vector<Slot*> busySlots() const ZT_REQUIRES(mutex_) {
     std::vector<Slot*> busy;
     busy.reserve(busyCount_);
     slots_.forEach([&](Slot* slot) {
@@ -519,7 +532,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     });
     return busy;
   }
-  void erase(Slot* slot) {
+  void erase(Slot* slot) ZT_REQUIRES(mutex_) {
     if (slot == lastTaken_) lastTaken_ = nullptr;
     unlink(slot);
     slots_.erase(slot->object.get());  // destroys the slot
@@ -532,11 +545,11 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   mutable zt::detail::PoolLock mutex_;
-  std::uint64_t maxCount_;                    // guarded by mutex_
-  std::vector<Slot*> free_;                   // guarded by mutex_
-  std::size_t busyCount_ = 0;                 // guarded by mutex_
-  Slot* lastTaken_ = nullptr;                 // guarded by mutex_; a hint for putObject(), null when removed
-  SlotTable slots_;                           // guarded by mutex_
-  std::map<std::uint64_t, Request> waiting_;  // guarded by mutex_; arrival order
-  std::uint64_t nextSerial_ = 0;              // guarded by mutex_
+  std::uint64_t maxCount_ ZT_GUARDED_BY(mutex_);
+  std::vector<Slot*> free_ ZT_GUARDED_BY(mutex_);
+  std::size_t busyCount_ ZT_GUARDED_BY(mutex_) = 0;
+  Slot* lastTaken_ ZT_GUARDED_BY(mutex_) = nullptr;  // a hint for putObject(), null when removed
+  SlotTable slots_ ZT_GUARDED_BY(mutex_);
+  std::map<std::uint64_t, Request> waiting_ ZT_GUARDED_BY(mutex_);  // arrival order
+  std::uint64_t nextSerial_ ZT_GUARDED_BY(mutex_) = 0;
 };

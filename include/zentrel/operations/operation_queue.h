@@ -8,13 +8,15 @@
 // waiting operation of equal priority the newcomer goes first. This is deliberate; do not rely on
 // first-in-first-out order among equals.
 //
-// The queue learns about readiness and completion by observing each operation's "isReady" and
-// "isFinished". When its last operation finishes it posts ZTOperationQueueDidBecameEmptyNotification
+// The queue learns about readiness and completion as the holder of each operation it takes in
+// (ZTOperation::attachHolder()), which hears of every change of "isReady" and "isFinished". When
+// its last operation finishes it posts ZTOperationQueueDidBecameEmptyNotification
 // (object: the queue) on the default notification centre, synchronously, on the thread that
 // finished that operation — once per transition to empty.
 //
 // An operation is in at most one queue at a time: adding one that waits or runs in another queue
-// throws ZTInternalInconsistencyException (the other operations of the call are added first).
+// (or has any other holder) throws ZTInternalInconsistencyException (the other operations of the
+// call are added first).
 // Once it has finished (or the queue let it go), it is free to join another queue.
 //
 // dispose() cancels everything and waits up to 60 seconds for executing operations to finish; an
@@ -23,35 +25,36 @@
 //
 // Threads: every function may be called from any thread. start() of an operation never runs on
 // the thread that added it, unless that is the worker thread, and then on a later run-loop turn.
-// Ownership: the queue holds the operations it has not yet seen finish; observations hold the
-// queue weakly. Operations queued for starting stay alive until started, even if the queue is gone.
+// Ownership: the queue holds the operations it has not yet seen finish; the operations refer to
+// the queue (as their holder) weakly. The queue keeps its records of operations for reuse — as many
+// as it once held at one time, a few dozen bytes each — until it is destroyed. Operations queued
+// for starting stay alive until started, even if the queue is gone.
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
+#include "zentrel/operations/operation.h"
 #include "zentrel/platform/comparison_result.h"
-#include "zentrel/platform/operation.h"
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/thread.h"
 
 inline constexpr const char* ZTOperationQueueDidBecameEmptyNotification = "ZTOperationQueueDidBecameEmptyNotification";
 
 
 // The order of the ready list: ascending when a has the higher priority (a runs first).
-ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperation& b);
+ZT_API ZTComparisonResult ZTOperationsComparator(const ZTOperation& a, const ZTOperation& b);
 
 namespace zt::detail {
-class ReadyOperations;
 struct PendingStarts;
 }  // namespace zt::detail
 
-class ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
+class ZT_API ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
  public:
   // nullptr for a null thread. The queue does not check the thread's state.
-  static std::shared_ptr<ZTOperationQueue> create(std::shared_ptr<ZTThread> workerThread);
+  [[nodiscard]] static std::shared_ptr<ZTOperationQueue> create(std::shared_ptr<ZTThread> workerThread);
   ~ZTOperationQueue();
   ZTOperationQueue(const ZTOperationQueue&) = delete;
   ZTOperationQueue& operator=(const ZTOperationQueue&) = delete;
@@ -94,31 +97,42 @@ class ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
  private:
   explicit ZTOperationQueue(std::shared_ptr<ZTThread> workerThread);
   using OperationPointer = std::shared_ptr<ZTOperation>;
+  // The queue's record of one operation it holds: where the operation is, and the queue's
+  // reference to it. The operation's holder while it is in the queue.
+  struct Member;
+  // The members ready to start, in starting order.
+  class ReadyMembers;
 
-  void startNextOperationIfPossible();
-  void startObservingOperationProperties(const OperationPointer& operation);
-  void stopObservingOperationProperties(ZTOperation* operation);
-  void handleOperationIsReadyPropertyChange(ZTOperation& operation);
-  void handleOperationIsFinishedPropertyChange(ZTOperation& operation);
-  void cancelAllOperationsInCollections(bool includeExecuting, bool stopObservingExecutingOperations);
-  std::int64_t operationsCountLocked() const;
-  void insertReady(const OperationPointer& operation);
-  void addExecuting(OperationPointer operation);
-  OperationPointer removeExecuting(ZTOperation& operation);
-  // The operation leaves the queue: no longer observed, free to join another queue.
-  void release(ZTOperation& operation);
-  static void operationChanged(const std::shared_ptr<void>& queue, ZTOperation& operation, std::string_view key);
+  // The handlers take the monitor; they may be reached while this thread holds it already (an
+  // operation cancelled under the monitor changes its readiness), hence a recursive monitor.
+  void handleOperationIsReadyPropertyChange(Member& member, ZTOperation& operation) ZT_EXCLUDES(monitor_);
+  void handleOperationIsFinishedPropertyChange(Member& member, ZTOperation& operation) ZT_EXCLUDES(monitor_);
+  void startNextOperationIfPossible() ZT_REQUIRES(monitor_);
+  void cancelAllOperationsInCollections(bool includeExecuting) ZT_REQUIRES(monitor_);
+  std::int64_t operationsCountLocked() const ZT_REQUIRES(monitor_);
+  void insertReady(Member& member) ZT_REQUIRES(monitor_);
+  void addExecuting(Member& member) ZT_REQUIRES(monitor_);
+  void removeExecuting(Member& member) ZT_REQUIRES(monitor_);
+  void addNotReady(Member& member) ZT_REQUIRES(monitor_);
+  void removeNotReady(Member& member) ZT_REQUIRES(monitor_);
+  // The member leaves the queue: the operation is free to join another queue. Returns the queue's
+  // reference to the operation.
+  OperationPointer release(Member& member) ZT_REQUIRES(monitor_);
+  Member& makeMember(const OperationPointer& operation) ZT_REQUIRES(monitor_);
 
-  mutable std::recursive_mutex monitor_;
-  std::int64_t maxConcurrentOperationCount_ = 5;  // guarded by monitor_
-  bool suspended_ = false;                        // guarded by monitor_
-  bool disposed_ = false;                         // guarded by monitor_
-  std::string name_;                              // guarded by monitor_
+  mutable ZTRecursiveMutex monitor_;
+  std::int64_t maxConcurrentOperationCount_ ZT_GUARDED_BY(monitor_) = 5;
+  bool suspended_ ZT_GUARDED_BY(monitor_) = false;
+  bool disposed_ ZT_GUARDED_BY(monitor_) = false;
+  std::string name_ ZT_GUARDED_BY(monitor_);
   const std::shared_ptr<ZTThread> workerThread_;
-  // Where each operation is, is also recorded in the operation itself (see ZTOperation).
-  std::unique_ptr<zt::detail::ReadyOperations> readyOperations_;                    // guarded by monitor_
-  std::unordered_map<const ZTOperation*, OperationPointer> notReadyOperationsSet_;  // guarded by monitor_
-  std::vector<OperationPointer> executingOperationsSet_;                            // guarded by monitor_
-  std::vector<OperationPointer> toStartScratch_;                                    // guarded by monitor_
+  // The members' own fields are the queue's too: they are read and written only by the functions
+  // above that require the monitor.
+  const std::unique_ptr<ReadyMembers> readyOperations_ ZT_PT_GUARDED_BY(monitor_);
+  std::vector<Member*> notReadyOperations_ ZT_GUARDED_BY(monitor_);
+  std::vector<Member*> executingOperations_ ZT_GUARDED_BY(monitor_);
+  std::vector<OperationPointer> toStartScratch_ ZT_GUARDED_BY(monitor_);
+  std::vector<std::unique_ptr<Member>> members_ ZT_GUARDED_BY(monitor_);  // every member made
+  std::vector<Member*> freeMembers_ ZT_GUARDED_BY(monitor_);              // those not in use
   std::shared_ptr<zt::detail::PendingStarts> pendingStarts_;
 };

@@ -7,14 +7,15 @@
 // unbalanced unlock on a free monitor leaves the count at 0 and hands the monitor to the first
 // waiter, if any. Thread-safe; not copyable.
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <thread>
 #include <vector>
 
-class ZTRecursiveMonitor {
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
+
+class ZT_API ZTRecursiveMonitor {
  public:
   ZTRecursiveMonitor() = default;
   ZTRecursiveMonitor(const ZTRecursiveMonitor&) = delete;
@@ -32,10 +33,10 @@ class ZTRecursiveMonitor {
   std::vector<std::thread::id> waitingThreadsQueue() const;
 
  private:
-  mutable std::mutex variablesLock_;
-  std::mutex conditionLock_;
-  std::condition_variable condition_;
-  std::thread::id accessingThread_;                 // guarded by variablesLock_
-  std::int64_t accessingThreadLocksCount_ = 0;      // guarded by variablesLock_
-  std::deque<std::thread::id> waitingThreadsQueue_;  // guarded by variablesLock_
+  mutable ZTMutex variablesLock_;
+  ZTMutex conditionLock_;
+  ZTConditionVariable condition_;  // waited on with conditionLock_ until this thread is named owner
+  std::thread::id accessingThread_ ZT_GUARDED_BY(variablesLock_);
+  std::int64_t accessingThreadLocksCount_ ZT_GUARDED_BY(variablesLock_) = 0;
+  std::deque<std::thread::id> waitingThreadsQueue_ ZT_GUARDED_BY(variablesLock_);
 };

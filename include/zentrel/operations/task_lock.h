@@ -14,13 +14,16 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
+#include <utility>
 
-class ZTTaskLock : public std::enable_shared_from_this<ZTTaskLock> {
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
+
+class ZT_API ZTTaskLock : public std::enable_shared_from_this<ZTTaskLock> {
  public:
-  static std::shared_ptr<ZTTaskLock> taskLockWithBlock(std::function<void()> block);
+  [[nodiscard]] static std::shared_ptr<ZTTaskLock> taskLockWithBlock(std::function<void()> block);
 
-  std::function<void()> getLock();
+  [[nodiscard]] std::function<void()> getLock();
   // What a release function calls: counts one release and runs the block when the count is zero.
   void executeBlock();
 
@@ -30,8 +33,8 @@ class ZTTaskLock : public std::enable_shared_from_this<ZTTaskLock> {
   void setBlock(std::function<void()> block);
 
  private:
-  ZTTaskLock() = default;
-  mutable std::recursive_mutex monitor_;
+  explicit ZTTaskLock(std::function<void()> block) : block_(std::move(block)) {}
+  mutable ZTRecursiveMutex monitor_;
   std::atomic<std::uint64_t> lockCounter_{0};
-  std::function<void()> block_;  // guarded by monitor_
+  std::function<void()> block_ ZT_GUARDED_BY(monitor_);
 };

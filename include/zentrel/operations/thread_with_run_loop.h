@@ -17,11 +17,14 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <typeinfo>
+#include <utility>
 
 #include "zentrel/platform/debug_name.h"
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/thread.h"
 
-class ZTThreadWithRunLoop : public ZTThread {
+class ZT_API ZTThreadWithRunLoop : public ZTThread {
  public:
   // Prefer the spawn functions, which also start the thread. Subclasses must be default
   // constructible for the spawn functions to create them.
@@ -31,26 +34,26 @@ class ZTThreadWithRunLoop : public ZTThread {
   // priority 0.5 and named after the class that asked first: sharedThread<MyWorker>() names it
   // "MyWorker". Later calls, through any class, return the same thread.
   template <class Asker = ZTThreadWithRunLoop>
-  static std::shared_ptr<ZTThreadWithRunLoop> sharedThread() {
+  [[nodiscard]] static std::shared_ptr<ZTThreadWithRunLoop> sharedThread() {
     return sharedThread(std::string_view(ZTDemangledTypeName(typeid(Asker))));
   }
-  static std::shared_ptr<ZTThreadWithRunLoop> sharedThread(std::string_view askingClassName);
+  [[nodiscard]] static std::shared_ptr<ZTThreadWithRunLoop> sharedThread(std::string_view askingClassName);
 
   // A new started thread of class T (a ZTThreadWithRunLoop or a subclass), with the given name.
   template <class T = ZTThreadWithRunLoop>
-  static std::shared_ptr<T> spawnThreadWithName(std::string name) {
+  [[nodiscard]] static std::shared_ptr<T> spawnThreadWithName(std::string name) {
     auto thread = std::make_shared<T>();
     thread->setName(std::move(name));
     thread->start();
     return thread;
   }
   template <class T = ZTThreadWithRunLoop>
-  static std::shared_ptr<T> spawnThread() {
+  [[nodiscard]] static std::shared_ptr<T> spawnThread() {
     return spawnThreadWithName<T>(std::string());
   }
   // Named "<ClassName: 0x...> Worker Thread" after the object that owns the thread.
   template <class T = ZTThreadWithRunLoop, class Owner>
-  static std::shared_ptr<T> spawnThreadWithNameProviderObject(const Owner* object) {
+  [[nodiscard]] static std::shared_ptr<T> spawnThreadWithNameProviderObject(const Owner* object) {
     return spawnThreadWithName<T>(workerThreadName(ZTDebugClassNameForObject(object), object));
   }
 

@@ -8,13 +8,16 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <utility>
 
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/run_loop.h"
 
-class ZTWeakTimerTarget {
+class ZT_API ZTWeakTimerTarget {
  public:
   template <class T>
-  static std::shared_ptr<ZTWeakTimerTarget> create(std::weak_ptr<T> target, std::function<void(T&, ZTTimer&)> action) {
+  [[nodiscard]] static std::shared_ptr<ZTWeakTimerTarget> create(std::weak_ptr<T> target,
+                                                                 std::function<void(T&, ZTTimer&)> action) {
     auto result = std::shared_ptr<ZTWeakTimerTarget>(new ZTWeakTimerTarget());
     result->target_ = std::weak_ptr<void>(target);
     if (action) {
@@ -27,9 +30,10 @@ class ZTWeakTimerTarget {
 
   // Schedules a repeating timer on the run loop whose action goes through a weak target.
   template <class T>
-  static std::shared_ptr<ZTTimer> scheduleRepeatingTimer(const std::shared_ptr<ZTRunLoop>& loop,
-                                                         std::chrono::duration<double> interval, std::weak_ptr<T> target,
-                                                         std::function<void(T&, ZTTimer&)> action) {
+  [[nodiscard]] static std::shared_ptr<ZTTimer> scheduleRepeatingTimer(const std::shared_ptr<ZTRunLoop>& loop,
+                                                                       std::chrono::duration<double> interval,
+                                                                       std::weak_ptr<T> target,
+                                                                       std::function<void(T&, ZTTimer&)> action) {
     auto weakTarget = create<T>(std::move(target), std::move(action));
     return loop->scheduleTimer(interval, true, [weakTarget](ZTTimer& timer) { weakTarget->timerFired(timer); });
   }

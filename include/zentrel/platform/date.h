@@ -7,7 +7,9 @@
 #include <compare>
 #include <string>
 
-class ZTDate {
+#include "zentrel/platform/export.h"
+
+class ZT_API ZTDate {
  public:
   using Interval = double;  // seconds
   // Seconds between the Unix epoch (1970-01-01 UTC) and the reference date.
@@ -16,14 +18,14 @@ class ZTDate {
   constexpr ZTDate() = default;
   constexpr explicit ZTDate(Interval secondsSinceReferenceDate) : seconds_(secondsSinceReferenceDate) {}
 
-  static ZTDate now();
-  static constexpr ZTDate dateWithTimeIntervalSince1970(Interval seconds) {
+  [[nodiscard]] static ZTDate now();
+  [[nodiscard]] static constexpr ZTDate dateWithTimeIntervalSince1970(Interval seconds) {
     return ZTDate(seconds - kTimeIntervalBetween1970AndReferenceDate);
   }
-  static ZTDate fromSystemClock(std::chrono::system_clock::time_point time);
+  [[nodiscard]] static ZTDate fromSystemClock(std::chrono::system_clock::time_point time);
   // Far ahead of and far behind any real date (year 4001 and year 1 of the common era).
-  static constexpr ZTDate distantFuture() { return ZTDate(63113904000.0); }
-  static constexpr ZTDate distantPast() { return ZTDate(-63114076800.0); }
+  [[nodiscard]] static constexpr ZTDate distantFuture() { return ZTDate(63113904000.0); }
+  [[nodiscard]] static constexpr ZTDate distantPast() { return ZTDate(-63114076800.0); }
 
   constexpr Interval timeIntervalSinceReferenceDate() const { return seconds_; }
   constexpr Interval timeIntervalSince1970() const { return seconds_ + kTimeIntervalBetween1970AndReferenceDate; }

@@ -13,12 +13,15 @@
 // empty call is ignored. A call that throws is caught and reported through ZTLog.
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 
-class ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQueue> {
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
+
+class ZT_API ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQueue> {
  public:
   using Seconds = std::chrono::duration<double>;
   virtual ~ZTDispatchQueue() = default;
@@ -31,7 +34,7 @@ class ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQueue> {
   // Runs the call on the queue and returns when it has run. On the main queue from the main thread
   // the call runs at once on the caller (waiting for itself would never end). Returns false if the
   // queue dropped the call unrun.
-  bool sync(std::function<void()> call);
+  [[nodiscard]] bool sync(std::function<void()> call);
   // Queues the call once the delay has passed.
   virtual void after(Seconds delay, std::function<void()> call) = 0;
   // True when the calling thread is one that serves this queue.
@@ -44,7 +47,7 @@ class ZTDispatchQueue : public std::enable_shared_from_this<ZTDispatchQueue> {
 inline void ZTDispatchAsync(const std::shared_ptr<ZTDispatchQueue>& queue, std::function<void()> call) {
   if (queue) queue->async(std::move(call));
 }
-inline bool ZTDispatchSync(const std::shared_ptr<ZTDispatchQueue>& queue, std::function<void()> call) {
+[[nodiscard]] inline bool ZTDispatchSync(const std::shared_ptr<ZTDispatchQueue>& queue, std::function<void()> call) {
   return queue && queue->sync(std::move(call));
 }
 inline void ZTDispatchAfter(ZTDispatchQueue::Seconds delay, const std::shared_ptr<ZTDispatchQueue>& queue,
@@ -53,18 +56,18 @@ inline void ZTDispatchAfter(ZTDispatchQueue::Seconds delay, const std::shared_pt
 }
 
 // A counting semaphore. wait() blocks until the count is positive, then takes one.
-class ZTSemaphore {
+class ZT_API ZTSemaphore {
  public:
   explicit ZTSemaphore(long initialCount = 0) : count_(initialCount) {}
   void signal();
   void wait();
   // Returns false if the timeout passed before a signal came.
-  bool wait(std::chrono::duration<double> timeout);
+  [[nodiscard]] bool wait(std::chrono::duration<double> timeout);
 
  private:
-  std::mutex mutex_;
-  std::condition_variable condition_;
-  long count_;  // guarded by mutex_
+  ZTMutex mutex_;
+  ZTConditionVariable condition_;
+  long count_ ZT_GUARDED_BY(mutex_);
 };
 
 // Runs a call exactly once per token, however many threads race for it; the others wait until

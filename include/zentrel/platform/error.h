@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 
+#include "zentrel/platform/export.h"
 #include "zentrel/platform/value.h"
 
 // Domains of codes that come from the system.
@@ -19,7 +21,7 @@ inline constexpr const char* ZTLocalizedFailureReasonErrorKey = "NSLocalizedFail
 inline constexpr const char* ZTUnderlyingErrorKey = "NSUnderlyingError";
 inline constexpr const char* ZTFilePathErrorKey = "NSFilePath";
 
-class ZTError {
+class ZT_API ZTError {
  public:
   ZTError() = default;
   ZTError(std::string domain, std::int64_t code, ZTValue userInfo = ZTValue::dictionary())
@@ -27,7 +29,7 @@ class ZTError {
 
   // An error in ZTPOSIXErrorDomain for an errno value, with the system's text as description
   // and, when given, the path involved.
-  static ZTError posix(int errnoValue, const std::string& path = {});
+  [[nodiscard]] static ZTError posix(int errnoValue, const std::string& path = {});
 
   const std::string& domain() const { return domain_; }
   std::int64_t code() const { return code_; }

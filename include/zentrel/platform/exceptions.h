@@ -6,21 +6,23 @@
 #include <string>
 #include <string_view>
 
+#include "zentrel/platform/export.h"
+
 // A call that breaks the library's rules: an abstract method that was not overridden, an
 // initialiser that must not be used, a state that cannot happen.
-class ZTInternalInconsistencyException : public std::logic_error {
+class ZT_API ZTInternalInconsistencyException : public std::logic_error {
  public:
   using std::logic_error::logic_error;
 };
 
 // An index or range outside the bounds of a sequence.
-class ZTRangeException : public std::out_of_range {
+class ZT_API ZTRangeException : public std::out_of_range {
  public:
   using std::out_of_range::out_of_range;
 };
 
 // "You must override <method> in <class> class."
-std::string ZTAbstractMethodReason(std::string_view methodName, std::string_view className);
+ZT_API std::string ZTAbstractMethodReason(std::string_view methodName, std::string_view className);
 // "You should call <designated> instead of <called> for <class> class."
-std::string ZTRefusedInitializerReason(std::string_view designatedName, std::string_view calledName,
-                                       std::string_view className);
+ZT_API std::string ZTRefusedInitializerReason(std::string_view designatedName, std::string_view calledName,
+                                              std::string_view className);

@@ -10,10 +10,12 @@
 #include <string>
 #include <string_view>
 
+#include "zentrel/platform/export.h"
+
 // Sets the text domain and, when directory is not empty, where its catalogues live
 // (bindtextdomain). Thread-safe.
-void ZTSetLocalizationDomain(std::string_view domain, std::string_view directory = {});
+ZT_API void ZTSetLocalizationDomain(std::string_view domain, std::string_view directory = {});
 // The text domain in use, empty when none has been named.
-std::string ZTLocalizationDomain();
+ZT_API std::string ZTLocalizationDomain();
 // The translation of an English text, or the text itself when there is none.
-std::string ZTLocalizedString(std::string_view english);
+ZT_API std::string ZTLocalizedString(std::string_view english);

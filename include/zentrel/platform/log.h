@@ -10,12 +10,14 @@
 #include <functional>
 #include <string_view>
 
+#include "zentrel/platform/export.h"
+
 using ZTLogSink = std::function<void(std::string_view message)>;
 
-void ZTLog(std::string_view message);
+ZT_API void ZTLog(std::string_view message);
 // printf-style formatting; the compiler checks the arguments against the format.
-void ZTLogf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+ZT_API void ZTLogf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Replaces the process-wide sink; an empty function restores the standard-error sink.
 // Thread-safe; a line being written while the sink changes goes to one of the two.
-void ZTSetLogSink(ZTLogSink sink);
+ZT_API void ZTSetLogSink(ZTLogSink sink);

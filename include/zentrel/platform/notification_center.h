@@ -13,13 +13,16 @@
 // Sender objects are compared by address only; the notification keeps the sender alive while it is
 // delivered when it is given as a std::shared_ptr.
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/value.h"
 
 class ZTDispatchQueue;
@@ -36,23 +39,24 @@ struct ZTNotification {
 
 // What addObserverForName() returns: the registration. Keep it to remove the observer; dropping it does
 // not remove it (the centre holds the registration until it is removed).
-class ZTNotificationObserver {
+class ZT_API ZTNotificationObserver {
  public:
   virtual ~ZTNotificationObserver() = default;
   virtual const std::string& name() const = 0;
 };
 
-class ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationCenter> {
+class ZT_API ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationCenter> {
  public:
   using Callback = std::function<void(const ZTNotification&)>;
 
-  static std::shared_ptr<ZTNotificationCenter> create();
+  [[nodiscard]] static std::shared_ptr<ZTNotificationCenter> create();
   static std::shared_ptr<ZTNotificationCenter> defaultCenter();
 
   // Registers a callable observer for a name and sender; with a queue the callback runs there, else on the poster's
   // thread. An empty callback registers nothing and returns nullptr.
-  std::shared_ptr<ZTNotificationObserver> addObserverForName(std::string name, const void* object,
-                                                      std::shared_ptr<ZTDispatchQueue> queue, Callback callback);
+  [[nodiscard]] std::shared_ptr<ZTNotificationObserver> addObserverForName(std::string name, const void* object,
+                                                                           std::shared_ptr<ZTDispatchQueue> queue,
+                                                                           Callback callback);
   // Registers a callback on behalf of an owner (any address that identifies it), to be removed
   // together with the owner's other registrations by removeObserver(owner, ...).
   void addObserver(const void* owner, std::string name, const void* object, Callback callback);
@@ -67,10 +71,9 @@ class ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationC
   // Number of registrations (for diagnostics and tests).
   std::size_t observerCount() const;
 
-  struct Registration;
-
  private:
+  struct Registration;
   ZTNotificationCenter() = default;
-  mutable std::mutex mutex_;
-  std::vector<std::shared_ptr<Registration>> registrations_;  // guarded by mutex_
+  mutable ZTMutex mutex_;
+  std::vector<std::shared_ptr<Registration>> registrations_ ZT_GUARDED_BY(mutex_);
 };

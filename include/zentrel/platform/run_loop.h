@@ -20,12 +20,17 @@
 #include <functional>
 #include <memory>
 
+#include "zentrel/platform/export.h"
+
 class ZTRunLoop;
+namespace zt::internal {
+struct RunLoopImpl;
+}  // namespace zt::internal
 
 // A timer scheduled on a run loop. Fires on the loop's thread; a repeating timer fires every
 // interval until invalidated. Invalidation is safe from any thread and from the timer's own callback;
 // after invalidate() returns on the loop's thread the callback does not run again.
-class ZTTimer : public std::enable_shared_from_this<ZTTimer> {
+class ZT_API ZTTimer : public std::enable_shared_from_this<ZTTimer> {
  public:
   using Callback = std::function<void(ZTTimer& timer)>;
   virtual ~ZTTimer() = default;
@@ -37,7 +42,7 @@ class ZTTimer : public std::enable_shared_from_this<ZTTimer> {
 // A file descriptor watched by a run loop for readiness. The descriptor is not owned: it is never
 // closed by the loop. The callback runs on the loop's thread each time the descriptor is ready,
 // until cancelled. Cancel before closing the descriptor.
-class ZTFileDescriptorSource {
+class ZT_API ZTFileDescriptorSource {
  public:
   enum class Event { Readable, Writable };
   using Callback = std::function<void(ZTFileDescriptorSource& source)>;
@@ -47,7 +52,7 @@ class ZTFileDescriptorSource {
   virtual int fileDescriptor() const = 0;
 };
 
-class ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
+class ZT_API ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
  public:
   using Clock = std::chrono::steady_clock;
   using Seconds = std::chrono::duration<double>;
@@ -64,11 +69,11 @@ class ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
 
   // Queues a call. Returns false (and destroys the call unrun) when the loop is closed or the call
   // is empty.
-  bool post(std::function<void()> call);
+  [[nodiscard]] bool post(std::function<void()> call);
 
-  std::shared_ptr<ZTTimer> scheduleTimer(Seconds interval, bool repeats, ZTTimer::Callback callback);
-  std::shared_ptr<ZTFileDescriptorSource> addFileDescriptorSource(int fd, ZTFileDescriptorSource::Event event,
-                                                                  ZTFileDescriptorSource::Callback callback);
+  [[nodiscard]] std::shared_ptr<ZTTimer> scheduleTimer(Seconds interval, bool repeats, ZTTimer::Callback callback);
+  [[nodiscard]] std::shared_ptr<ZTFileDescriptorSource> addFileDescriptorSource(
+      int fd, ZTFileDescriptorSource::Event event, ZTFileDescriptorSource::Callback callback);
 
   // Keeps the loop blocking while it has nothing to do, for as long as the returned token lives
   // (a loop without any source returns from runOnce at once). Worker threads hold one for life.
@@ -84,7 +89,7 @@ class ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
     friend class ZTRunLoop;
     std::shared_ptr<void> guard_;  // holds the loop's work guard (and the loop)
   };
-  KeepAlive keepAlive();
+  [[nodiscard]] KeepAlive keepAlive();
 
   // Runs one turn: waits until one event (posted call, timer, file-descriptor source) has been
   // handled or the deadline passes. Returns false when the loop had nothing to run at all — no
@@ -117,9 +122,6 @@ class ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
   // True when the calling thread is the one running (owning) this loop.
   bool isCurrent() const;
 
-  struct Impl;
-  Impl& impl() const { return *impl_; }
-
  private:
   ZTRunLoop();
   friend class ZTThread;
@@ -127,5 +129,5 @@ class ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
   static std::shared_ptr<ZTRunLoop> makeUnbound();
   // Makes the calling thread the loop's owner and its current() loop.
   void bindToCallingThread();
-  std::unique_ptr<Impl> impl_;
+  std::unique_ptr<zt::internal::RunLoopImpl> impl_;
 };

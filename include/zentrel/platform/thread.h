@@ -15,19 +15,19 @@
 // run-loop turn the thread may be in, so that a thread waiting in its loop notices at once.
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 #include "zentrel/platform/run_loop.h"
 
-class ZTThread : public std::enable_shared_from_this<ZTThread> {
+class ZT_API ZTThread : public std::enable_shared_from_this<ZTThread> {
  public:
   // A thread that runs body once started; an empty body makes a thread that returns at once.
-  static std::shared_ptr<ZTThread> create(std::function<void()> body = {});
+  [[nodiscard]] static std::shared_ptr<ZTThread> create(std::function<void()> body = {});
   virtual ~ZTThread();
   ZTThread(const ZTThread&) = delete;
   ZTThread& operator=(const ZTThread&) = delete;
@@ -57,7 +57,7 @@ class ZTThread : public std::enable_shared_from_this<ZTThread> {
   // thread's nice value (0.5 = 0, 0 = 19, 1 = -20). Returns false when the system refused it
   // (raising priority needs privileges); the value is kept and applied again when the thread starts.
   double threadPriority() const;
-  bool setThreadPriority(double priority);
+  [[nodiscard]] bool setThreadPriority(double priority);
 
   // The thread's run loop. For a thread created here it exists from creation, so calls can be
   // posted before start(); they run once the thread runs its loop.
@@ -90,9 +90,9 @@ class ZTThread : public std::enable_shared_from_this<ZTThread> {
   std::atomic<bool> finished_{false};
   std::atomic<bool> started_{false};
   std::atomic<long> tid_{0};
-  mutable std::mutex mutex_;  // guards name_, priority_
-  std::string name_;
-  double priority_ = 0.5;
-  std::mutex finishMutex_;
-  std::condition_variable finishCondition_;
+  mutable ZTMutex mutex_;
+  std::string name_ ZT_GUARDED_BY(mutex_);
+  double priority_ ZT_GUARDED_BY(mutex_) = 0.5;
+  ZTMutex finishMutex_;
+  ZTConditionVariable finishCondition_;  // waited on with finishMutex_ until finished_
 };

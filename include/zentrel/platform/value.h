@@ -7,22 +7,26 @@
 // a null value (or the stated fallback), never an exception; only `at` on an array throws
 // ZTRangeException for an index out of range.
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <variant>
 #include <vector>
 
 #include "zentrel/platform/date.h"
+#include "zentrel/platform/export.h"
 
 class ZTValue;
 using ZTValueArray = std::vector<ZTValue>;
 using ZTValueDictionary = std::map<std::string, ZTValue, std::less<>>;
 using ZTBytes = std::vector<std::uint8_t>;
 
-class ZTValue {
+class ZT_API ZTValue {
  public:
   enum class Type { Null, Bool, Int, UInt, Double, String, Bytes, Date, Array, Dictionary };
 
@@ -45,8 +49,8 @@ class ZTValue {
   ZTValue(ZTValueArray v) : storage_(std::move(v)) {}
   ZTValue(ZTValueDictionary v) : storage_(std::move(v)) {}
 
-  static ZTValue array() { return ZTValue(ZTValueArray{}); }
-  static ZTValue dictionary() { return ZTValue(ZTValueDictionary{}); }
+  [[nodiscard]] static ZTValue array() { return ZTValue(ZTValueArray{}); }
+  [[nodiscard]] static ZTValue dictionary() { return ZTValue(ZTValueDictionary{}); }
 
   Type type() const { return static_cast<Type>(storage_.index()); }
   bool isNull() const { return type() == Type::Null; }

@@ -5,16 +5,18 @@
 //
 // Priorities take five values, so the list is five runs; each run is a chunked sequence, which
 // keeps insertion in the middle and removal at the front cheap however long the list grows.
-// Holds plain pointers (cheap to shift); the queue keeps the operations alive meanwhile.
+// Holds small values (cheap to shift): operation pointers, or the queue's entries, which pair an
+// operation with the queue's record of it; the queue keeps them alive meanwhile.
 // Not thread-safe: the queue guards it with its monitor.
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
-#include "zentrel/platform/operation.h"
+#include "zentrel/operations/operation.h"
 
 namespace zt::detail {
 
@@ -118,21 +120,22 @@ class ChunkedSequence {
   std::size_t size_ = 0;
 };
 
-class ReadyOperations {
+// Entry: what the list holds, a small value that compares with == (an operation pointer, or one
+// with what goes with it); Priority: a function object answering an entry's queue priority.
+template <class Entry, class Priority>
+class ReadyList {
  public:
-  using Pointer = ZTOperation*;
-
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
 
-  // Returns the index at which the operation was inserted.
-  std::size_t insert(Pointer operation) {
-    const std::size_t run = runIndex(operation->queuePriority());
+  // Returns the index at which the entry was inserted.
+  std::size_t insert(Entry entry) {
+    const std::size_t run = runIndex(Priority{}(entry));
     std::size_t runStart = 0;
     for (std::size_t i = 0; i < run; ++i) runStart += runs_[i].size();
     const std::size_t runEnd = runStart + runs_[run].size();
     // The binary search: an element before the run sorts first, one after it sorts last, and the
-    // first probe inside the run is where the new operation goes.
+    // first probe inside the run is where the new entry goes.
     std::size_t lo = 0;
     std::size_t n = size();
     while (n > 0) {
@@ -148,29 +151,30 @@ class ReadyOperations {
       }
     }
     if (lo < runStart) lo = runStart;  // only when the run is empty and the search ran off its left
-    runs_[run].insert(lo - runStart, operation);
+    runs_[run].insert(lo - runStart, std::move(entry));
     ++size_;
     return lo;
   }
 
-  Pointer front() const {
+  // The first entry; a value-initialised entry when the list is empty.
+  Entry front() const {
     for (const auto& run : runs_)
       if (!run.empty()) return run.front();
-    return nullptr;
+    return Entry{};
   }
 
-  Pointer popFront() {
+  Entry popFront() {
     for (auto& run : runs_) {
       if (run.empty()) continue;
       --size_;
       return run.popFront();
     }
-    return nullptr;
+    return Entry{};
   }
 
-  bool remove(Pointer operation) {
+  bool remove(const Entry& entry) {
     for (auto& run : runs_) {
-      if (!run.remove(operation)) continue;
+      if (!run.remove(entry)) continue;
       --size_;
       return true;
     }
@@ -197,8 +201,13 @@ class ReadyOperations {
   }
 
  private:
-  std::array<ChunkedSequence<Pointer>, 5> runs_;
+  std::array<ChunkedSequence<Entry>, 5> runs_;
   std::size_t size_ = 0;
 };
+
+struct OperationPriority {
+  std::int64_t operator()(const ZTOperation* operation) const { return operation->queuePriority(); }
+};
+using ReadyOperations = ReadyList<ZTOperation*, OperationPriority>;
 
 }  // namespace zt::detail

@@ -1,9 +1,14 @@
-#include "zentrel/platform/operation.h"
+#include "zentrel/operations/operation.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 
 #include "zentrel/platform/exceptions.h"
+
+namespace {
+using Clock = std::chrono::steady_clock;
+}  // namespace
 
 struct ZTOperation::Observation : ZTOperationObservation {
   std::vector<std::string> keys;
@@ -74,7 +79,7 @@ void ZTOperation::addDependency(const std::shared_ptr<ZTOperation>& operation) {
   if (weakSelf.expired())
     throw ZTInternalInconsistencyException("An operation must be held by std::shared_ptr before it gets dependencies.");
   {
-    std::lock_guard lock(dependenciesMutex_);
+    ZTLockGuard lock(dependenciesMutex_);
     for (const auto& dependency : dependencies_)
       if (dependency.operation == operation) return;
     auto observation = operation->addObserver({std::string(ZTOperationIsFinishedKey)},
@@ -91,7 +96,7 @@ void ZTOperation::removeDependency(const std::shared_ptr<ZTOperation>& operation
   if (!operation) return;
   Dependency removed;
   {
-    std::lock_guard lock(dependenciesMutex_);
+    ZTLockGuard lock(dependenciesMutex_);
     auto it = std::find_if(dependencies_.begin(), dependencies_.end(),
                            [&](const Dependency& d) { return d.operation == operation; });
     if (it == dependencies_.end()) return;
@@ -103,7 +108,7 @@ void ZTOperation::removeDependency(const std::shared_ptr<ZTOperation>& operation
 }
 
 std::vector<std::shared_ptr<ZTOperation>> ZTOperation::dependencies() const {
-  std::lock_guard lock(dependenciesMutex_);
+  ZTLockGuard lock(dependenciesMutex_);
   std::vector<std::shared_ptr<ZTOperation>> result;
   result.reserve(dependencies_.size());
   for (const auto& dependency : dependencies_) result.push_back(dependency.operation);
@@ -112,7 +117,7 @@ std::vector<std::shared_ptr<ZTOperation>> ZTOperation::dependencies() const {
 
 bool ZTOperation::computeIsReady() const {
   if (isCancelled()) return true;
-  std::lock_guard lock(dependenciesMutex_);
+  ZTLockGuard lock(dependenciesMutex_);
   return std::all_of(dependencies_.begin(), dependencies_.end(),
                      [](const Dependency& d) { return d.operation->isFinished(); });
 }
@@ -147,12 +152,12 @@ void ZTOperation::setQueuePriority(std::int64_t priority) {
 }
 
 std::function<void()> ZTOperation::completionBlock() const {
-  std::lock_guard lock(stateMutex_);
+  ZTLockGuard lock(stateMutex_);
   return completionBlock_;
 }
 
 void ZTOperation::setCompletionBlock(std::function<void()> block) {
-  std::lock_guard lock(stateMutex_);
+  ZTLockGuard lock(stateMutex_);
   if (completionClaimed_.load(std::memory_order_acquire)) return;
   completionBlock_ = std::move(block);
 }
@@ -160,51 +165,62 @@ void ZTOperation::setCompletionBlock(std::function<void()> block) {
 // Waiters register under stateMutex_ before they check; the finishing side stores its flag first and
 // then looks for waiters, so it only takes the lock and notifies when someone may be waiting.
 void ZTOperation::waitUntilFinished() {
-  std::unique_lock lock(stateMutex_);
+  ZTUniqueLock lock(stateMutex_);
   waiters_.fetch_add(1);
-  stateCondition_.wait(lock, [&] { return finishAnnounced_.load() || isFinished(); });
+  while (!finishAnnounced_.load() && !isFinished()) stateCondition_.wait(lock);
   waiters_.fetch_sub(1);
 }
 
 bool ZTOperation::waitUntilFinished(Seconds timeout) {
-  std::unique_lock lock(stateMutex_);
+  ZTUniqueLock lock(stateMutex_);
   waiters_.fetch_add(1);
-  const bool finished =
-      stateCondition_.wait_for(lock, timeout, [&] { return finishAnnounced_.load() || isFinished(); });
+  const auto deadline = Clock::now() + std::chrono::ceil<Clock::duration>(timeout);
+  bool finished;
+  while (!(finished = finishAnnounced_.load() || isFinished()))
+    if (stateCondition_.wait_until(lock, deadline) == std::cv_status::timeout) {
+      finished = finishAnnounced_.load() || isFinished();
+      break;
+    }
   waiters_.fetch_sub(1);
   return finished;
 }
 
 void ZTOperation::waitUntilFinishedAndCompletionHandlerCalled() {
-  std::unique_lock lock(stateMutex_);
+  ZTUniqueLock lock(stateMutex_);
   waiters_.fetch_add(1);
-  stateCondition_.wait(lock, [&] { return completionHandlerWasCalled_.load(); });
+  while (!completionHandlerWasCalled_.load()) stateCondition_.wait(lock);
   waiters_.fetch_sub(1);
 }
 
 bool ZTOperation::waitUntilFinishedAndCompletionHandlerCalled(Seconds timeout) {
-  std::unique_lock lock(stateMutex_);
+  ZTUniqueLock lock(stateMutex_);
   waiters_.fetch_add(1);
-  const bool called = stateCondition_.wait_for(lock, timeout, [&] { return completionHandlerWasCalled_.load(); });
+  const auto deadline = Clock::now() + std::chrono::ceil<Clock::duration>(timeout);
+  bool called;
+  while (!(called = completionHandlerWasCalled_.load()))
+    if (stateCondition_.wait_until(lock, deadline) == std::cv_status::timeout) {
+      called = completionHandlerWasCalled_.load();
+      break;
+    }
   waiters_.fetch_sub(1);
   return called;
 }
 
 void ZTOperation::wakeWaiters() {
   if (waiters_.load() == 0) return;
-  { std::lock_guard lock(stateMutex_); }
+  { ZTLockGuard lock(stateMutex_); }
   stateCondition_.notify_all();
 }
 
 bool ZTOperation::ztCompletionHandlerWasCalled() const { return completionHandlerWasCalled_.load(); }
 
 std::string ZTOperation::name() const {
-  std::lock_guard lock(stateMutex_);
+  ZTLockGuard lock(stateMutex_);
   return name_;
 }
 
 void ZTOperation::setName(std::string name) {
-  std::lock_guard lock(stateMutex_);
+  ZTLockGuard lock(stateMutex_);
   name_ = std::move(name);
 }
 
@@ -213,7 +229,7 @@ std::shared_ptr<ZTOperationObservation> ZTOperation::addObserver(std::vector<std
   auto observation = std::make_shared<Observation>();
   observation->keys = std::move(keys);
   observation->callback = std::move(callback);
-  std::lock_guard lock(observersMutex_);
+  ZTLockGuard lock(observersMutex_);
   observers_.push_back(observation);
   observersCount_.store(observers_.size(), std::memory_order_release);
   return observation;
@@ -221,7 +237,7 @@ std::shared_ptr<ZTOperationObservation> ZTOperation::addObserver(std::vector<std
 
 bool ZTOperation::removeObserver(const std::shared_ptr<ZTOperationObservation>& observation) {
   if (!observation) return false;
-  std::lock_guard lock(observersMutex_);
+  ZTLockGuard lock(observersMutex_);
   auto it = std::find(observers_.begin(), observers_.end(), observation);
   if (it == observers_.end()) return false;
   (*it)->removed.store(true, std::memory_order_release);
@@ -239,22 +255,45 @@ void ZTOperation::didChangeValueForKey(std::string_view key) {
   if (key == ZTOperationIsFinishedKey && isFinished()) operationDidFinish();
 }
 
-void ZTOperation::callQueueHook(std::string_view key) {
-  QueueHook hook;
-  std::shared_ptr<void> queue;
-  {
-    std::lock_guard lock(observersMutex_);
-    hook = queueHook_;
-    queue = queueHookTarget_.lock();
-  }
-  if (hook && queue) hook(queue, *this, key);
-}
-
 void ZTOperation::notify(std::string_view key, ZTKeyValueChange change) {
   if (observersCount_.load(std::memory_order_acquire) != 0) notifyObservers(key, change);
-  if (change == ZTKeyValueChange::DidChange && hasQueueHook_.load(std::memory_order_acquire) &&
+  if (change == ZTKeyValueChange::DidChange && held_.load(std::memory_order_acquire) &&
       (key == ZTOperationIsReadyKey || key == ZTOperationIsFinishedKey))
-    callQueueHook(key);
+    notifyHolder(key);
+}
+
+void ZTOperation::notifyHolder(std::string_view key) {
+  // Called outside the lock, so that the holder may detach (or another attach) meanwhile.
+  std::shared_ptr<Holder> holder;
+  {
+    ZTLockGuard lock(observersMutex_);
+    holder = holder_.lock();
+  }
+  if (holder) holder->operationDidChange(*this, key);
+}
+
+bool ZTOperation::attachHolder(const std::shared_ptr<Holder>& holder) {
+  if (!holder) return false;
+  ZTLockGuard lock(observersMutex_);
+  if (holderAddress_) return false;
+  holderAddress_ = holder.get();
+  holder_ = holder;
+  held_.store(true, std::memory_order_release);
+  return true;
+}
+
+bool ZTOperation::detachHolder(const Holder& holder) {
+  ZTLockGuard lock(observersMutex_);
+  if (holderAddress_ != &holder) return false;
+  held_.store(false, std::memory_order_release);
+  holderAddress_ = nullptr;
+  holder_.reset();
+  return true;
+}
+
+std::shared_ptr<ZTOperation::Holder> ZTOperation::holder() const {
+  ZTLockGuard lock(observersMutex_);
+  return holder_.lock();
 }
 
 void ZTOperation::notifyObservers(std::string_view key, ZTKeyValueChange change) {
@@ -264,7 +303,7 @@ void ZTOperation::notifyObservers(std::string_view key, ZTKeyValueChange change)
   std::vector<std::shared_ptr<Observation>> snapshot;
   std::size_t count;
   {
-    std::lock_guard lock(observersMutex_);
+    ZTLockGuard lock(observersMutex_);
     count = observers_.size();
     if (count <= inlineCount)
       std::copy(observers_.begin(), observers_.end(), inlineSnapshot.begin());
@@ -283,7 +322,7 @@ void ZTOperation::operationDidFinish() {
   if (completionClaimed_.exchange(true, std::memory_order_acq_rel)) return;
   std::function<void()> block;
   {
-    std::lock_guard lock(stateMutex_);
+    ZTLockGuard lock(stateMutex_);
     block = std::move(completionBlock_);
     completionBlock_ = nullptr;
   }

@@ -33,14 +33,16 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "zentrel/platform/export.h"
+#include "zentrel/platform/mutex.h"
 
 // Queue priorities. Other values are rounded to the nearest of these.
 inline constexpr std::int64_t ZTOperationQueuePriorityVeryLow = -8;
@@ -60,12 +62,12 @@ enum class ZTKeyValueChange { WillChange, DidChange };
 class ZTOperation;
 
 // A registration returned by ZTOperation::addObserver(); pass it to removeObserver().
-class ZTOperationObservation {
+class ZT_API ZTOperationObservation {
  public:
   virtual ~ZTOperationObservation() = default;
 };
 
-class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
+class ZT_API ZTOperation : public std::enable_shared_from_this<ZTOperation> {
  public:
   using Observer = std::function<void(ZTOperation& operation, std::string_view key, ZTKeyValueChange change)>;
   using Seconds = std::chrono::duration<double>;
@@ -109,10 +111,10 @@ class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
 
   // Block until the operation has finished. Never call them on the thread that would finish it.
   void waitUntilFinished();
-  bool waitUntilFinished(Seconds timeout);
+  [[nodiscard]] bool waitUntilFinished(Seconds timeout);
   // Block until the operation has finished and its completion block (if any) has returned.
   void waitUntilFinishedAndCompletionHandlerCalled();
-  bool waitUntilFinishedAndCompletionHandlerCalled(Seconds timeout);
+  [[nodiscard]] bool waitUntilFinishedAndCompletionHandlerCalled(Seconds timeout);
   bool ztCompletionHandlerWasCalled() const;
 
   std::string name() const;
@@ -120,10 +122,33 @@ class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
 
   // Registers an observer of the given keys (empty = every key). An empty callback registers
   // nothing and returns nullptr. Thread-safe.
-  std::shared_ptr<ZTOperationObservation> addObserver(std::vector<std::string> keys, Observer callback);
+  [[nodiscard]] std::shared_ptr<ZTOperationObservation> addObserver(std::vector<std::string> keys, Observer callback);
   // Returns false when the registration was not (or no longer) one of this operation's. Null is ignored.
   bool removeObserver(const std::shared_ptr<ZTOperationObservation>& observation);
   std::size_t observerCount() const;
+
+  // Holding: the attachment point for whatever keeps the operation on its own behalf — a
+  // ZTOperationQueue does — in place of an observer registration. One holder at a time: it claims
+  // the operation with attachHolder(), hears of every did-change of "isReady" and "isFinished"
+  // (after the observers of that change, on the thread that made it), and lets go with
+  // detachHolder(). The holder keeps its own records of the operation. The operation refers to it
+  // weakly: the holder's owner keeps it alive, and a holder that has gone is not called.
+  class Holder {
+   public:
+    virtual void operationDidChange(ZTOperation& operation, std::string_view key) = 0;
+
+   protected:
+    virtual ~Holder() = default;
+  };
+  // Attaches holder when no holder has the operation (one that has gone but was not detached still
+  // counts); otherwise returns false and attaches nothing. Null is refused. The operation keeps a
+  // weak reference only. Thread-safe.
+  [[nodiscard]] bool attachHolder(const std::shared_ptr<Holder>& holder);
+  // Detaches holder when it is the one attached; false otherwise. No change that begins afterwards
+  // calls it; a call already under way on another thread may still be running. Thread-safe.
+  [[nodiscard]] bool detachHolder(const Holder& holder);
+  // The attached holder; null when there is none or it has gone.
+  std::shared_ptr<Holder> holder() const;
 
  protected:
   // Announce a change of an observable key. Subclasses that keep their own state call them around
@@ -154,37 +179,30 @@ class ZTOperation : public std::enable_shared_from_this<ZTOperation> {
   std::atomic<std::int64_t> queuePriority_{ZTOperationQueuePriorityNormal};
   std::atomic<bool> completionClaimed_{false};
 
-  mutable std::mutex dependenciesMutex_;
+  mutable ZTMutex dependenciesMutex_;
   struct Dependency {
     std::shared_ptr<ZTOperation> operation;
     std::shared_ptr<ZTOperationObservation> observation;
   };
-  std::vector<Dependency> dependencies_;  // guarded by dependenciesMutex_
+  std::vector<Dependency> dependencies_ ZT_GUARDED_BY(dependenciesMutex_);
 
-  mutable std::mutex observersMutex_;
-  std::vector<std::shared_ptr<Observation>> observers_;  // guarded by observersMutex_
+  mutable ZTMutex observersMutex_;
+  std::vector<std::shared_ptr<Observation>> observers_ ZT_GUARDED_BY(observersMutex_);
   std::atomic<std::size_t> observersCount_{0};
 
-  mutable std::mutex stateMutex_;
-  std::condition_variable stateCondition_;  // waited on under stateMutex_
+  mutable ZTMutex stateMutex_;
+  ZTConditionVariable stateCondition_;  // waited on with stateMutex_
   std::atomic<int> waiters_{0};
   std::atomic<bool> finishAnnounced_{false};
   std::atomic<bool> completionHandlerWasCalled_{false};
-  std::function<void()> completionBlock_;  // guarded by stateMutex_
-  std::string name_;                       // guarded by stateMutex_
+  std::function<void()> completionBlock_ ZT_GUARDED_BY(stateMutex_);
+  std::string name_ ZT_GUARDED_BY(stateMutex_);
 
-  // Book-keeping of the ZTOperationQueue holding the operation; an operation is in at most one
-  // queue at a time. queueOwner_ is claimed atomically; queueState_ and queueIndex_ are guarded by
-  // the owning queue's monitor; the hook, through which the queue hears of "isReady" and
-  // "isFinished" without an observer registration of its own, by observersMutex_.
-  friend class ZTOperationQueue;
-  using QueueHook = void (*)(const std::shared_ptr<void>& queue, ZTOperation& operation, std::string_view key);
-  void callQueueHook(std::string_view key);
-  std::atomic<const void*> queueOwner_{nullptr};
-  int queueState_ = 0;
-  std::size_t queueIndex_ = 0;
-  std::shared_ptr<ZTOperation> queueHold_;  // the queue's reference while the operation waits there
-  std::atomic<bool> hasQueueHook_{false};
-  QueueHook queueHook_ = nullptr;        // guarded by observersMutex_
-  std::weak_ptr<void> queueHookTarget_;  // guarded by observersMutex_
+  // The holder (see attachHolder()); held_ tells a change whether to look for one without taking
+  // the lock.
+  void notifyHolder(std::string_view key);
+  std::atomic<bool> held_{false};
+  // holderAddress_ identifies holder_ also once it has gone.
+  const Holder* holderAddress_ ZT_GUARDED_BY(observersMutex_) = nullptr;
+  std::weak_ptr<Holder> holder_ ZT_GUARDED_BY(observersMutex_);
 };
