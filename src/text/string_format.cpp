@@ -1,10 +1,12 @@
 #include "zentrel/text/string_format.h"
 
+#include <unicode/utf8.h>
+
+#include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <optional>
 
 namespace zt::format_detail {
 
@@ -30,10 +32,12 @@ std::string unsignedText(unsigned long long value) { return std::to_string(value
 namespace zt {
 namespace {
 
+using format_detail::classify;
 using format_detail::Extracted;
+using format_detail::kMaxWidth;
+using format_detail::Piece;
+using format_detail::PieceKind;
 using format_detail::Want;
-
-constexpr int kMaxWidth = 1 << 20;
 
 const char* describeWant(Want want) {
   switch (want) {
@@ -65,22 +69,6 @@ const char* describeWant(Want want) {
   return "a value";
 }
 
-void appendFixed(std::string& out, double value) {
-  char buffer[400];
-  if (std::isfinite(value) && std::fabs(value) < 1e300) {
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
-    if (result.ec == std::errc()) {
-      out.append(buffer, result.ptr);
-      return;
-    }
-  }
-  // Non-finite and very large values: C's own text ("inf", "nan", 300-digit integers).
-  int n = std::snprintf(nullptr, 0, "%f", value);
-  std::string text(static_cast<std::size_t>(n), '\0');
-  std::snprintf(text.data(), text.size() + 1, "%f", value);
-  out += text;
-}
-
 template <class I>
 void appendInteger(std::string& out, I value) {
   char buffer[24];
@@ -107,6 +95,163 @@ void appendCodePoint(std::string& out, char32_t c) {
   }
 }
 
+// ---- printf conversions, written without the C library so that no locale applies ----------
+
+// `prefix` (sign, "0x"), then `body`, padded to the directive's width: with spaces on the left,
+// spaces on the right ("-"), or zeros between prefix and body ("0", where `zerosAllowed`).
+void appendPadded(std::string& out, const Piece& d, std::string_view prefix, std::string_view body,
+                  bool zerosAllowed) {
+  const std::size_t length = prefix.size() + body.size();
+  const std::size_t padding = d.width > 0 && static_cast<std::size_t>(d.width) > length
+                                  ? static_cast<std::size_t>(d.width) - length
+                                  : 0;
+  if (d.leftAlign) {
+    out.append(prefix);
+    out.append(body);
+    out.append(padding, ' ');
+  } else if (d.zeroPad && zerosAllowed) {
+    out.append(prefix);
+    out.append(padding, '0');
+    out.append(body);
+  } else {
+    out.append(padding, ' ');
+    out.append(prefix);
+    out.append(body);
+  }
+}
+
+// d i u o x X: the magnitude in its base, at least `precision` digits, with the sign or "0x".
+void appendIntegerDirective(std::string& out, const Piece& d, bool negative, unsigned long long magnitude) {
+  const char c = d.conversion;
+  const bool isSigned = c == 'd' || c == 'i' || c == 'D';
+  const int base = (c == 'o' || c == 'O') ? 8 : (c == 'x' || c == 'X') ? 16 : 10;
+  char digits[64];
+  char* end = std::to_chars(digits, digits + sizeof digits, magnitude, base).ptr;
+  if (c == 'X') {
+    for (char* p = digits; p != end; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+  }
+  std::string_view text(digits, static_cast<std::size_t>(end - digits));
+  if (d.precision == 0 && magnitude == 0) text = {};
+  std::size_t zeros = d.precision > 0 && static_cast<std::size_t>(d.precision) > text.size()
+                          ? static_cast<std::size_t>(d.precision) - text.size()
+                          : 0;
+  if (base == 8 && d.alternate && zeros == 0 && (text.empty() || text.front() != '0')) zeros = 1;
+  std::string prefix;
+  if (isSigned) {
+    if (negative)
+      prefix = "-";
+    else if (d.plusSign)
+      prefix = "+";
+    else if (d.spaceSign)
+      prefix = " ";
+  }
+  if (base == 16 && d.alternate && magnitude != 0) prefix += c == 'X' ? "0X" : "0x";
+  std::string body(zeros, '0');
+  body.append(text);
+  appendPadded(out, d, prefix, body, d.precision < 0);
+}
+
+std::string toChars(double value, std::chars_format format, int precision, std::size_t room) {
+  std::string text(room + static_cast<std::size_t>(precision < 0 ? 0 : precision), '\0');
+  const auto result = precision < 0 ? std::to_chars(text.data(), text.data() + text.size(), value, format)
+                                    : std::to_chars(text.data(), text.data() + text.size(), value, format, precision);
+  text.resize(static_cast<std::size_t>(result.ptr - text.data()));
+  return text;
+}
+
+// Where the exponent of a text such as "1.5e+03" or "1.8p+10" begins ("e" or "p"), or its end.
+std::size_t exponentAt(const std::string& text, char marker) {
+  const std::size_t at = text.find(marker);
+  return at == std::string::npos ? text.size() : at;
+}
+
+// e E f F g G a A of a double, as printf writes them in the "C" locale.
+void appendDoubleDirective(std::string& out, const Piece& d, double value) {
+  const bool upper = std::isupper(static_cast<unsigned char>(d.conversion)) != 0;
+  const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(d.conversion)));
+  std::string prefix = std::signbit(value) ? "-" : d.plusSign ? "+" : d.spaceSign ? " " : "";
+  if (!std::isfinite(value)) {
+    appendPadded(out, d, prefix, std::isnan(value) ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf"), false);
+    return;
+  }
+  const double magnitude = std::fabs(value);
+  std::string body;
+  char marker = 'e';
+  if (c == 'f') {
+    body = toChars(magnitude, std::chars_format::fixed, d.precision < 0 ? 6 : d.precision, 320);
+  } else if (c == 'e') {
+    body = toChars(magnitude, std::chars_format::scientific, d.precision < 0 ? 6 : d.precision, 16);
+  } else if (c == 'g') {
+    // Precision P (6 when absent, 1 when 0): with X the exponent of the value rounded to P
+    // digits, fixed notation with P - 1 - X decimals when P > X >= -4, else scientific with P - 1;
+    // then, without "#", trailing zeros and a trailing point go.
+    const int significant = d.precision < 0 ? 6 : d.precision == 0 ? 1 : d.precision;
+    body = toChars(magnitude, std::chars_format::scientific, significant - 1, 16);
+    int exponent = 0;
+    const std::size_t e = exponentAt(body, 'e');
+    std::from_chars(body.data() + e + (body[e + 1] == '+' ? 2 : 1), body.data() + body.size(), exponent);
+    if (significant > exponent && exponent >= -4) {
+      body = toChars(magnitude, std::chars_format::fixed, significant - 1 - exponent, 320);
+    }
+    if (!d.alternate) {
+      const std::size_t end = exponentAt(body, 'e');
+      if (body.find('.') < end) {
+        std::size_t cut = end;
+        while (body[cut - 1] == '0') --cut;
+        if (body[cut - 1] == '.') --cut;
+        body.erase(cut, end - cut);
+      }
+    }
+  } else {  // 'a'
+    marker = 'p';
+    body = toChars(magnitude, std::chars_format::hex, d.precision, 32);
+    prefix += "0x";
+  }
+  if (d.alternate && body.find('.') == std::string::npos) body.insert(exponentAt(body, marker), 1, '.');
+  if (upper) {
+    for (char& ch : prefix) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    for (char& ch : body) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+  }
+  appendPadded(out, d, prefix, body, true);
+}
+
+// s S @ c C p: the text, cut to `precision` UTF-16 units without splitting a character, padded to
+// `width` units. An invalid UTF-8 sequence counts as the one unit of U+FFFD and is copied as it is.
+void appendTextDirective(std::string& out, const Piece& d, std::string_view text) {
+  if (d.precision < 0 && d.width <= 0) {
+    out.append(text);
+    return;
+  }
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  const auto size = static_cast<std::int64_t>(text.size());
+  const std::size_t precision = d.precision < 0 ? SIZE_MAX : static_cast<std::size_t>(d.precision);
+  const std::size_t width = d.width < 0 ? 0 : static_cast<std::size_t>(d.width);
+  std::size_t units = 0;
+  std::int64_t kept = 0;
+  // Stops at the precision, or at the width when there is no precision (the rest is kept whole).
+  while (kept < size && (d.precision >= 0 || units < width)) {
+    std::int64_t next = kept;
+    UChar32 character;
+    U8_NEXT(bytes, next, size, character);
+    const std::size_t length = character > 0xFFFF ? 2 : 1;
+    if (units + length > precision) break;
+    units += length;
+    kept = next;
+  }
+  if (d.precision < 0) kept = size;
+  const std::size_t padding = width > units ? width - units : 0;
+  const std::string_view body = text.substr(0, static_cast<std::size_t>(kept));
+  if (!d.leftAlign) out.append(padding, ' ');
+  out.append(body);
+  if (d.leftAlign) out.append(padding, ' ');
+}
+
+void appendFixed(std::string& out, double value) {
+  Piece plain;
+  plain.conversion = 'f';
+  appendDoubleDirective(out, plain, value);
+}
+
 void appendPointer(std::string& out, const void* pointer) {
   if (!pointer) {
     out += "0x0";
@@ -117,17 +262,6 @@ void appendPointer(std::string& out, const void* pointer) {
   out += "0x";
   out.append(buffer, result.ptr);
 }
-
-// A printf conversion at the start of a piece: %[flags][width][.precision][length]conversion.
-struct PrintfDirective {
-  std::string flags;
-  bool widthFromArgument = false;
-  int width = -1;
-  bool precisionFromArgument = false;
-  int precision = -1;
-  char conversion = 0;
-  std::size_t length = 0;  // characters of the piece the conversion takes
-};
 
 class Engine {
  public:
@@ -182,279 +316,140 @@ class Engine {
   }
 
   void convert(std::string_view piece) {
+    const Piece p = classify(piece);
+    const std::string_view conversion = piece.substr(0, p.length);
+    switch (p.kind) {
+      case PieceKind::Literal:
+        out_.push_back('%');
+        out_.append(piece);
+        return;
+      case PieceKind::Positional:
+        fail("positional conversions such as %" + std::string(conversion) + " are not supported.");
+      case PieceKind::Count:
+        fail("the conversion %n is not supported.");
+      case PieceKind::TooLarge:
+        fail("the width or precision of %" + std::string(conversion) + " is too large.");
+      case PieceKind::Table:
+        tableConversion(p, conversion);
+        break;
+      case PieceKind::Printf:
+        printfConversion(p, conversion);
+        break;
+    }
+    out_.append(piece.substr(p.length));
+  }
+
+  void tableConversion(const Piece& p, std::string_view conversion) {
     Extracted value;
-    auto table = [&](std::string_view prefix, Want want) {
-      if (!piece.starts_with(prefix)) return false;
-      get(want, prefix, value);
-      switch (want) {
-        case Want::Point:
-          out_.push_back('(');
-          appendFixed(out_, value.d[0]);
-          out_ += ", ";
-          appendFixed(out_, value.d[1]);
-          out_.push_back(')');
-          break;
-        case Want::Size:
-          appendFixed(out_, value.d[0]);
-          out_.push_back('x');
-          appendFixed(out_, value.d[1]);
-          break;
-        case Want::Rect:
-          out_ += "[(";
-          appendFixed(out_, value.d[0]);
-          out_ += ", ";
-          appendFixed(out_, value.d[1]);
-          out_ += ") ";
-          appendFixed(out_, value.d[2]);
-          out_.push_back('x');
-          appendFixed(out_, value.d[3]);
-          out_.push_back(']');
-          break;
-        case Want::Range:
-          out_.push_back('[');
+    get(p.want, conversion, value);
+    switch (p.want) {
+      case Want::Point:
+        out_.push_back('(');
+        appendFixed(out_, value.d[0]);
+        out_ += ", ";
+        appendFixed(out_, value.d[1]);
+        out_.push_back(')');
+        break;
+      case Want::Size:
+        appendFixed(out_, value.d[0]);
+        out_.push_back('x');
+        appendFixed(out_, value.d[1]);
+        break;
+      case Want::Rect:
+        out_ += "[(";
+        appendFixed(out_, value.d[0]);
+        out_ += ", ";
+        appendFixed(out_, value.d[1]);
+        out_ += ") ";
+        appendFixed(out_, value.d[2]);
+        out_.push_back('x');
+        appendFixed(out_, value.d[3]);
+        out_.push_back(']');
+        break;
+      case Want::Range:
+        out_.push_back('[');
+        appendInteger(out_, value.u);
+        out_ += " +";
+        appendInteger(out_, value.u2);
+        out_.push_back(']');
+        break;
+      case Want::Signed:
+        if (value.isUnsignedValue)
           appendInteger(out_, value.u);
-          out_ += " +";
-          appendInteger(out_, value.u2);
-          out_.push_back(']');
-          break;
-        case Want::Signed:
-          if (value.isUnsignedValue)
-            appendInteger(out_, value.u);
-          else
-            appendInteger(out_, value.i);
-          break;
-        case Want::Unsigned:
-          appendInteger(out_, value.u);
-          break;
-        case Want::Double:
-          appendFixed(out_, value.d[0]);
-          break;
-        case Want::Pointer:
-          appendPointer(out_, value.pointer);
-          break;
-        case Want::Character:
-          appendCodePoint(out_, value.character);
-          break;
-        case Want::Text:
-        case Want::Object:
-        case Want::ClassName:
-          appendText(value);
-          break;
-      }
-      out_.append(piece.substr(prefix.size()));
-      return true;
-    };
-    // The prefixes in the order that decides between them ("frame" before "f", "class" before
-    // "c", "size" before "s", "point" before "p", "lld" after "d" and "u"): prefixes with different
-    // first characters never compete, so the first character picks the candidates.
-    bool matched = false;
-    switch (piece.front()) {
-      case 'p':
-        matched = table("point", Want::Point) || table("p", Want::Pointer);
+        else
+          appendInteger(out_, value.i);
         break;
-      case 's':
-        matched = table("size", Want::Size) || table("s", Want::Text);
+      case Want::Unsigned:
+        appendInteger(out_, value.u);
         break;
-      case 'r':
-        matched = table("rect", Want::Rect) || table("range", Want::Range);
+      case Want::Double:
+        appendFixed(out_, value.d[0]);
         break;
-      case 'f':
-        matched = table("frame", Want::Rect) || table("f", Want::Double);
+      case Want::Pointer:
+        appendPointer(out_, value.pointer);
         break;
-      case 'c':
-        matched = table("class", Want::ClassName) || table("c", Want::Character);
+      case Want::Character:
+        appendCodePoint(out_, value.character);
         break;
-      case '@':
-        matched = table("@", Want::Object);
-        break;
-      case 'd':
-        matched = table("d", Want::Signed);
-        break;
-      case 'u':
-        matched = table("u", Want::Unsigned);
-        break;
-      case 'l':
-        matched = table("lld", Want::Signed);
-        break;
-      default:
+      case Want::Text:
+      case Want::Object:
+      case Want::ClassName:
+        appendText(value);
         break;
     }
-    if (matched) return;
-    printfConversion(piece);
   }
 
-  static bool parseNumber(std::string_view piece, std::size_t& i, int& number) {
-    long long value = 0;
-    const std::size_t start = i;
-    while (i < piece.size() && piece[i] >= '0' && piece[i] <= '9') {
-      if (value <= kMaxWidth) value = value * 10 + (piece[i] - '0');
-      ++i;
-    }
-    number = static_cast<int>(std::min<long long>(value, kMaxWidth + 1));
-    return i > start;
-  }
-
-  std::optional<PrintfDirective> parse(std::string_view piece) const {
-    PrintfDirective directive;
-    std::size_t i = 0;
-    {
-      std::size_t j = 0;
-      int ignored = 0;
-      if (parseNumber(piece, j, ignored) && j < piece.size() && piece[j] == '$') {
-        fail("positional conversions such as %" + std::string(piece.substr(0, j + 1)) + " are not supported.");
-      }
-    }
-    while (i < piece.size() && std::strchr("-+ #0'", piece[i]) != nullptr) directive.flags.push_back(piece[i++]);
-    if (i < piece.size() && piece[i] == '*') {
-      directive.widthFromArgument = true;
-      ++i;
-    } else {
-      int width = 0;
-      if (parseNumber(piece, i, width)) directive.width = width;
-    }
-    if (i < piece.size() && piece[i] == '.') {
-      ++i;
-      if (i < piece.size() && piece[i] == '*') {
-        directive.precisionFromArgument = true;
-        ++i;
-      } else {
-        directive.precision = 0;
-        parseNumber(piece, i, directive.precision);
-      }
-    }
-    while (i < piece.size() && std::strchr("hlqLjzt", piece[i]) != nullptr) ++i;
-    if (i >= piece.size() || std::strchr("diouxXeEfFgGaAcCsSpn@DUO", piece[i]) == nullptr) return std::nullopt;
-    directive.conversion = piece[i];
-    directive.length = i + 1;
-    return directive;
-  }
-
-  void printfConversion(std::string_view piece) {
-    std::optional<PrintfDirective> parsed = parse(piece);
-    if (!parsed) {
-      out_.push_back('%');
-      out_.append(piece);
-      return;
-    }
-    PrintfDirective& directive = *parsed;
-    const std::string_view conversion = piece.substr(0, directive.length);
-    if (directive.conversion == 'n') fail("the conversion %n is not supported.");
-    if (directive.widthFromArgument) {
+  void printfConversion(Piece d, std::string_view conversion) {
+    if (d.widthFromArgument) {
       Extracted width;
       get(Want::Signed, conversion, width);
       if (width.isUnsignedValue || width.i > kMaxWidth || width.i < -kMaxWidth)
         fail("the width given for %" + std::string(conversion) + " is too large.");
-      directive.width = static_cast<int>(width.i < 0 ? -width.i : width.i);
-      if (width.i < 0) directive.flags.push_back('-');
+      d.width = static_cast<int>(width.i < 0 ? -width.i : width.i);
+      if (width.i < 0) d.leftAlign = true;
     }
-    if (directive.precisionFromArgument) {
+    if (d.precisionFromArgument) {
       Extracted precision;
       get(Want::Signed, conversion, precision);
       if (precision.isUnsignedValue || precision.i > kMaxWidth)
         fail("the precision given for %" + std::string(conversion) + " is too large.");
-      directive.precision = precision.i < 0 ? -1 : static_cast<int>(precision.i);
+      d.precision = precision.i < 0 ? -1 : static_cast<int>(precision.i);
     }
-    if (directive.width > kMaxWidth || directive.precision > kMaxWidth) {
-      fail("the width or precision of %" + std::string(conversion) + " is too large.");
-    }
-
-    auto cFormat = [&](const char* lengthAndConversion) {
-      std::string f = "%" + directive.flags;
-      if (directive.width >= 0) f += std::to_string(directive.width);
-      if (directive.precision >= 0) f += "." + std::to_string(directive.precision);
-      f += lengthAndConversion;
-      return f;
-    };
-    auto emit = [&](const std::string& f, auto value) {
-      const int n = std::snprintf(nullptr, 0, f.c_str(), value);
-      if (n < 0) fail("the conversion %" + std::string(conversion) + " could not be formatted.");
-      const std::size_t at = out_.size();
-      out_.resize(at + static_cast<std::size_t>(n) + 1);
-      std::snprintf(out_.data() + at, static_cast<std::size_t>(n) + 1, f.c_str(), value);
-      out_.resize(at + static_cast<std::size_t>(n));
-    };
-    auto emitText = [&](std::string_view text) {
-      std::string copy(text);
-      // Only the flags that mean something for text.
-      std::string flags = directive.flags.find('-') != std::string::npos ? "-" : "";
-      std::string f = "%" + flags;
-      if (directive.width >= 0) f += std::to_string(directive.width);
-      if (directive.precision >= 0) f += "." + std::to_string(directive.precision);
-      f += "s";
-      emit(f, copy.c_str());
-    };
-
     Extracted value;
-    switch (directive.conversion) {
-      case 'd':
-      case 'i':
-      case 'D':
-        get(Want::Signed, conversion, value);
+    get(d.want, conversion, value);
+    switch (d.want) {
+      case Want::Signed:
         if (value.isUnsignedValue)
-          emit(cFormat("llu"), value.u);
+          appendIntegerDirective(out_, d, false, value.u);
         else
-          emit(cFormat("lld"), value.i);
+          appendIntegerDirective(out_, d, value.i < 0,
+                                 value.i < 0 ? 0ULL - static_cast<unsigned long long>(value.i)
+                                             : static_cast<unsigned long long>(value.i));
         break;
-      case 'u':
-      case 'U':
-        get(Want::Unsigned, conversion, value);
-        emit(cFormat("llu"), value.u);
+      case Want::Unsigned:
+        appendIntegerDirective(out_, d, false, value.u);
         break;
-      case 'o':
-      case 'O':
-        get(Want::Unsigned, conversion, value);
-        emit(cFormat("llo"), value.u);
+      case Want::Double:
+        appendDoubleDirective(out_, d, value.d[0]);
         break;
-      case 'x':
-      case 'X': {
-        get(Want::Unsigned, conversion, value);
-        const char f[] = {'l', 'l', directive.conversion, '\0'};
-        emit(cFormat(f), value.u);
-        break;
-      }
-      case 'e':
-      case 'E':
-      case 'f':
-      case 'F':
-      case 'g':
-      case 'G':
-      case 'a':
-      case 'A': {
-        get(Want::Double, conversion, value);
-        const char f[] = {directive.conversion, '\0'};
-        emit(cFormat(f), value.d[0]);
-        break;
-      }
-      case 'c':
-      case 'C': {
-        get(Want::Character, conversion, value);
+      case Want::Character: {
         std::string text;
         appendCodePoint(text, value.character);
-        directive.precision = -1;
-        emitText(text);
+        d.precision = -1;
+        appendTextDirective(out_, d, text);
         break;
       }
-      case 's':
-      case 'S':
-        get(Want::Text, conversion, value);
-        emitText(value.useOwned ? std::string_view(value.owned) : value.text);
-        break;
-      case '@':
-        get(Want::Object, conversion, value);
-        emitText(value.owned);
-        break;
-      case 'p': {
-        get(Want::Pointer, conversion, value);
+      case Want::Pointer: {
         std::string text;
         appendPointer(text, value.pointer);
-        directive.precision = -1;
-        emitText(text);
+        d.precision = -1;
+        appendTextDirective(out_, d, text);
         break;
       }
-      default:
+      default:  // Text, Object
+        appendTextDirective(out_, d, value.useOwned ? std::string_view(value.owned) : value.text);
         break;
     }
-    out_.append(piece.substr(directive.length));
   }
 
   std::string_view format_;
