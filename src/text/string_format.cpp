@@ -2,11 +2,14 @@
 
 #include <unicode/utf8.h>
 
+#include <algorithm>
 #include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <span>
+#include <vector>
 
 namespace zt::format_detail {
 
@@ -97,27 +100,32 @@ void appendCodePoint(std::string& out, char32_t c) {
 
 // ---- printf conversions, written without the C library so that no locale applies ----------
 
-// `prefix` (sign, "0x"), then `body`, padded to the directive's width: with spaces on the left,
-// spaces on the right ("-"), or zeros between prefix and body ("0", where `zerosAllowed`).
-void appendPadded(std::string& out, const Piece& d, std::string_view prefix, std::string_view body,
-                  bool zerosAllowed) {
-  const std::size_t length = prefix.size() + body.size();
-  const std::size_t padding = d.width > 0 && static_cast<std::size_t>(d.width) > length
-                                  ? static_cast<std::size_t>(d.width) - length
-                                  : 0;
-  if (d.leftAlign) {
-    out.append(prefix);
-    out.append(body);
-    out.append(padding, ' ');
-  } else if (d.zeroPad && zerosAllowed) {
-    out.append(prefix);
-    out.append(padding, '0');
-    out.append(body);
-  } else {
-    out.append(padding, ' ');
-    out.append(prefix);
-    out.append(body);
-  }
+// What a number directive writes, in order: a prefix (sign, "0x"), zeros that the precision asks
+// for, the digits, a decimal point that "#" adds, and the exponent.
+struct NumberText {
+  std::string_view prefix;
+  std::size_t zeros = 0;
+  std::string_view digits;
+  bool addPoint = false;
+  std::string_view exponent;
+
+  std::size_t size() const { return prefix.size() + zeros + digits.size() + (addPoint ? 1 : 0) + exponent.size(); }
+};
+
+// The number padded to the directive's width: spaces on the left, spaces on the right ("-"), or
+// zeros after the prefix ("0", where `zerosAllowed`).
+void appendPadded(std::string& out, const Piece& d, const NumberText& n, bool zerosAllowed) {
+  const std::size_t length = n.size();
+  const std::size_t padding =
+      d.width > 0 && static_cast<std::size_t>(d.width) > length ? static_cast<std::size_t>(d.width) - length : 0;
+  const bool zeroPadding = !d.leftAlign && d.zeroPad && zerosAllowed;
+  if (!d.leftAlign && !zeroPadding) out.append(padding, ' ');
+  out.append(n.prefix);
+  out.append(n.zeros + (zeroPadding ? padding : 0), '0');
+  out.append(n.digits);
+  if (n.addPoint) out.push_back('.');
+  out.append(n.exponent);
+  if (d.leftAlign) out.append(padding, ' ');
 }
 
 // d i u o x X: the magnitude in its base, at least `precision` digits, with the sign or "0x".
@@ -130,89 +138,108 @@ void appendIntegerDirective(std::string& out, const Piece& d, bool negative, uns
   if (c == 'X') {
     for (char* p = digits; p != end; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
   }
-  std::string_view text(digits, static_cast<std::size_t>(end - digits));
-  if (d.precision == 0 && magnitude == 0) text = {};
-  std::size_t zeros = d.precision > 0 && static_cast<std::size_t>(d.precision) > text.size()
-                          ? static_cast<std::size_t>(d.precision) - text.size()
-                          : 0;
-  if (base == 8 && d.alternate && zeros == 0 && (text.empty() || text.front() != '0')) zeros = 1;
-  std::string prefix;
-  if (isSigned) {
-    if (negative)
-      prefix = "-";
-    else if (d.plusSign)
-      prefix = "+";
-    else if (d.spaceSign)
-      prefix = " ";
+  NumberText n;
+  n.digits = std::string_view(digits, static_cast<std::size_t>(end - digits));
+  if (d.precision == 0 && magnitude == 0) n.digits = {};
+  if (d.precision > 0 && static_cast<std::size_t>(d.precision) > n.digits.size()) {
+    n.zeros = static_cast<std::size_t>(d.precision) - n.digits.size();
   }
-  if (base == 16 && d.alternate && magnitude != 0) prefix += c == 'X' ? "0X" : "0x";
-  std::string body(zeros, '0');
-  body.append(text);
-  appendPadded(out, d, prefix, body, d.precision < 0);
+  if (base == 8 && d.alternate && n.zeros == 0 && (n.digits.empty() || n.digits.front() != '0')) n.zeros = 1;
+  char prefix[3];
+  std::size_t prefixLength = 0;
+  if (isSigned && (negative || d.plusSign || d.spaceSign)) prefix[prefixLength++] = negative ? '-' : d.plusSign ? '+' : ' ';
+  if (base == 16 && d.alternate && magnitude != 0) {
+    prefix[prefixLength++] = '0';
+    prefix[prefixLength++] = c;
+  }
+  n.prefix = std::string_view(prefix, prefixLength);
+  appendPadded(out, d, n, d.precision < 0);
 }
 
-std::string toChars(double value, std::chars_format format, int precision, std::size_t room) {
-  std::string text(room + static_cast<std::size_t>(precision < 0 ? 0 : precision), '\0');
-  const auto result = precision < 0 ? std::to_chars(text.data(), text.data() + text.size(), value, format)
-                                    : std::to_chars(text.data(), text.data() + text.size(), value, format, precision);
-  text.resize(static_cast<std::size_t>(result.ptr - text.data()));
-  return text;
-}
+// Room for std::to_chars: on the stack for the usual precisions, on the heap for large ones.
+class CharsBuffer {
+ public:
+  std::span<char> room(std::size_t size) {
+    if (size <= sizeof small_) return {small_, size};
+    large_.resize(size);
+    return {large_.data(), size};
+  }
 
-// Where the exponent of a text such as "1.5e+03" or "1.8p+10" begins ("e" or "p"), or its end.
-std::size_t exponentAt(const std::string& text, char marker) {
-  const std::size_t at = text.find(marker);
-  return at == std::string::npos ? text.size() : at;
+ private:
+  char small_[480];
+  std::vector<char> large_;
+};
+
+std::span<char> toChars(CharsBuffer& buffer, double value, std::chars_format format, int precision,
+                        std::size_t room) {
+  const std::span<char> text = buffer.room(room + static_cast<std::size_t>(precision < 0 ? 0 : precision));
+  char* const first = text.data();
+  char* const last = first + text.size();
+  const auto result = precision < 0 ? std::to_chars(first, last, value, format)
+                                    : std::to_chars(first, last, value, format, precision);
+  return text.first(static_cast<std::size_t>(result.ptr - first));
 }
 
 // e E f F g G a A of a double, as printf writes them in the "C" locale.
 void appendDoubleDirective(std::string& out, const Piece& d, double value) {
   const bool upper = std::isupper(static_cast<unsigned char>(d.conversion)) != 0;
   const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(d.conversion)));
-  std::string prefix = std::signbit(value) ? "-" : d.plusSign ? "+" : d.spaceSign ? " " : "";
+  char prefix[3];
+  std::size_t prefixLength = 0;
+  if (std::signbit(value) || d.plusSign || d.spaceSign) {
+    prefix[prefixLength++] = std::signbit(value) ? '-' : d.plusSign ? '+' : ' ';
+  }
+  NumberText n;
   if (!std::isfinite(value)) {
-    appendPadded(out, d, prefix, std::isnan(value) ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf"), false);
+    n.prefix = std::string_view(prefix, prefixLength);
+    n.digits = std::isnan(value) ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf");
+    appendPadded(out, d, n, false);
     return;
   }
   const double magnitude = std::fabs(value);
-  std::string body;
+  CharsBuffer buffer;
+  std::span<char> written;
   char marker = 'e';
   if (c == 'f') {
-    body = toChars(magnitude, std::chars_format::fixed, d.precision < 0 ? 6 : d.precision, 320);
+    written = toChars(buffer, magnitude, std::chars_format::fixed, d.precision < 0 ? 6 : d.precision, 320);
   } else if (c == 'e') {
-    body = toChars(magnitude, std::chars_format::scientific, d.precision < 0 ? 6 : d.precision, 16);
+    written = toChars(buffer, magnitude, std::chars_format::scientific, d.precision < 0 ? 6 : d.precision, 16);
   } else if (c == 'g') {
     // Precision P (6 when absent, 1 when 0): with X the exponent of the value rounded to P
     // digits, fixed notation with P - 1 - X decimals when P > X >= -4, else scientific with P - 1;
     // then, without "#", trailing zeros and a trailing point go.
     const int significant = d.precision < 0 ? 6 : d.precision == 0 ? 1 : d.precision;
-    body = toChars(magnitude, std::chars_format::scientific, significant - 1, 16);
+    written = toChars(buffer, magnitude, std::chars_format::scientific, significant - 1, 16);
+    const std::string_view scientific(written.data(), written.size());
+    const std::size_t e = scientific.find('e');
     int exponent = 0;
-    const std::size_t e = exponentAt(body, 'e');
-    std::from_chars(body.data() + e + (body[e + 1] == '+' ? 2 : 1), body.data() + body.size(), exponent);
+    std::from_chars(scientific.data() + e + (scientific[e + 1] == '+' ? 2 : 1),
+                    scientific.data() + scientific.size(), exponent);
     if (significant > exponent && exponent >= -4) {
-      body = toChars(magnitude, std::chars_format::fixed, significant - 1 - exponent, 320);
-    }
-    if (!d.alternate) {
-      const std::size_t end = exponentAt(body, 'e');
-      if (body.find('.') < end) {
-        std::size_t cut = end;
-        while (body[cut - 1] == '0') --cut;
-        if (body[cut - 1] == '.') --cut;
-        body.erase(cut, end - cut);
-      }
+      written = toChars(buffer, magnitude, std::chars_format::fixed, significant - 1 - exponent, 320);
     }
   } else {  // 'a'
     marker = 'p';
-    body = toChars(magnitude, std::chars_format::hex, d.precision, 32);
-    prefix += "0x";
+    written = toChars(buffer, magnitude, std::chars_format::hex, d.precision, 32);
+    prefix[prefixLength++] = '0';
+    prefix[prefixLength++] = upper ? 'X' : 'x';
   }
-  if (d.alternate && body.find('.') == std::string::npos) body.insert(exponentAt(body, marker), 1, '.');
   if (upper) {
-    for (char& ch : prefix) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
-    for (char& ch : body) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    for (char& ch : written) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    marker = static_cast<char>(std::toupper(static_cast<unsigned char>(marker)));
   }
-  appendPadded(out, d, prefix, body, true);
+  const std::string_view text(written.data(), written.size());
+  const std::size_t exponentAt = std::min(text.find(marker), text.size());
+  n.prefix = std::string_view(prefix, prefixLength);
+  n.digits = text.substr(0, exponentAt);
+  n.exponent = text.substr(exponentAt);
+  const bool hasPoint = n.digits.find('.') != std::string_view::npos;
+  if (c == 'g' && !d.alternate && hasPoint) {
+    while (n.digits.back() == '0') n.digits.remove_suffix(1);
+    if (n.digits.back() == '.') n.digits.remove_suffix(1);
+  }
+  n.addPoint = d.alternate && !hasPoint;
+  appendPadded(out, d, n, true);
 }
 
 // s S @ c C p: the text, cut to `precision` UTF-16 units without splitting a character, padded to
@@ -246,7 +273,14 @@ void appendTextDirective(std::string& out, const Piece& d, std::string_view text
   if (d.leftAlign) out.append(padding, ' ');
 }
 
+// "%f" of the table conversions; the directive path for what needs more room than the usual.
 void appendFixed(std::string& out, double value) {
+  char buffer[64];
+  if (std::fabs(value) < 1e40) {
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
+    out.append(buffer, result.ptr);
+    return;
+  }
   Piece plain;
   plain.conversion = 'f';
   appendDoubleDirective(out, plain, value);
