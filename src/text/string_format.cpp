@@ -177,6 +177,7 @@ std::span<char> toChars(CharsBuffer& buffer, double value, std::chars_format for
   char* const last = first + text.size();
   const auto result = precision < 0 ? std::to_chars(first, last, value, format)
                                     : std::to_chars(first, last, value, format, precision);
+  if (result.ec != std::errc()) throw ZTRangeException("A number did not fit the room reserved for its text");
   return text.first(static_cast<std::size_t>(result.ptr - first));
 }
 

@@ -6,7 +6,10 @@
 #include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
 #include <new>
@@ -78,7 +81,8 @@ class CaseFoldedText {
  public:
   explicit CaseFoldedText(std::string_view text) : source_(internal::toUnicode(text)) {
     // Full folding at most triples a text; most texts keep their length, so start there.
-    int32_t capacity = source_.length() + source_.length() / 8 + 16;
+    auto capacity = static_cast<int32_t>(
+        std::min<std::int64_t>(std::int64_t{source_.length()} + source_.length() / 8 + 16, INT32_MAX));
     for (int attempt = 0; attempt < 2; ++attempt) {
       UErrorCode status = U_ZERO_ERROR;
       edits_.reset();
