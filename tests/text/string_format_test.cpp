@@ -311,11 +311,20 @@ std::optional<std::string> germanNumericLocale(std::string& why) {
       reason = "no de_DE locale is installed and the locale sources (package locales) are missing";
       return std::nullopt;
     }
-    char folder[] = "/tmp/zt-locale-XXXXXX";
-    if (!mkdtemp(folder)) {
+    // A private folder for this process, removed when it exits.
+    static struct Folder {
+      char path[32] = "/tmp/zt-locale-XXXXXX";
+      bool made = mkdtemp(path) != nullptr;
+      ~Folder() {
+        std::error_code ignored;
+        if (made) std::filesystem::remove_all(path, ignored);
+      }
+    } temporary;
+    if (!temporary.made) {
       reason = "no temporary folder";
       return std::nullopt;
     }
+    const char* folder = temporary.path;
     const std::string target = std::string(folder) + "/de_DE.UTF-8";
     const std::string command = "localedef -i de_DE -f UTF-8 '" + target + "' >/dev/null 2>&1";
     const int status = std::system(command.c_str());
