@@ -1,9 +1,11 @@
 // Text and data throughput beside the plain calls of the libraries underneath: digests and AES
 // against OpenSSL one-shot EVP calls, gzipDeflate against a single zlib deflate call with the same
-// settings, and the format engine against snprintf on the conversions both have. Measuring and
+// settings, the format engine against snprintf on the conversions both have, and the
+// case-insensitive search against folding and searching with ICU directly. Measuring and
 // truncating with fonts is in typesetting_bench.cpp.
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
+#include <unicode/unistr.h>
 #include <zlib.h>
 
 #include <cstdio>
@@ -15,6 +17,7 @@
 #include "zentrel/text/digest.h"
 #include "zentrel/text/gzip.h"
 #include "zentrel/text/string_format.h"
+#include "zentrel/text/string_utilities.h"
 
 namespace {
 
@@ -195,6 +198,23 @@ void BM_Format_Snprintf(benchmark::State& state) {
   }
 }
 
+// The conversions that carry flags, widths and precisions.
+void BM_Format_ZentrelDirectives(benchmark::State& state) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(
+        zt::copyZentrelStringWithFormat("[%5.2f|%-8s|%08x|%e|%g|%+d]", 3.14159, "name", 48879u, 0.000123, 1e10, 7));
+  }
+}
+
+void BM_Format_SnprintfDirectives(benchmark::State& state) {
+  for (auto _ : state) {
+    char buffer[256];
+    const int n =
+        std::snprintf(buffer, sizeof buffer, "[%5.2f|%-8s|%08x|%e|%g|%+d]", 3.14159, "name", 48879u, 0.000123, 1e10, 7);
+    benchmark::DoNotOptimize(std::string(buffer, static_cast<std::size_t>(n)));
+  }
+}
+
 void BM_Format_ZentrelPoint(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(zt::copyZentrelStringWithFormat("at %point", Point{1.5, -2.25}));
 }
@@ -205,6 +225,43 @@ void BM_Format_SnprintfPoint(benchmark::State& state) {
     const int n = std::snprintf(buffer, sizeof buffer, "at (%f, %f)", 1.5, -2.25);
     benchmark::DoNotOptimize(std::string(buffer, static_cast<std::size_t>(n)));
   }
+}
+
+// 8 MiB of mixed-case words with some non-ASCII ones; the needle is absent, so the whole text is
+// searched.
+const std::string& searchText() {
+  static const std::string text = [] {
+    static const char* words[] = {"The ", "Straße ", "library ", "SEARCHES ", "Text ", "ΣΊΣΥΦΟΣ ", "for ",
+                                  "Needles ", "café ", "\n", "and ", "Haystacks "};
+    std::mt19937 generator(5);
+    std::string out;
+    out.reserve((8u << 20) + 16);
+    while (out.size() < (8u << 20)) out += words[generator() % (sizeof words / sizeof *words)];
+    while ((static_cast<unsigned char>(out.back()) & 0xC0) == 0x80 || out.size() > (8u << 20)) out.pop_back();
+    return out;
+  }();
+  return text;
+}
+
+constexpr const char* kAbsentNeedle = "NEEDLES IN HAYSTACKS";
+
+void BM_HasStringInsensitive_Zentrel(benchmark::State& state) {
+  const std::string& text = searchText();
+  for (auto _ : state) benchmark::DoNotOptimize(zt::hasStringInsensitive(text, kAbsentNeedle));
+  setBytes(state, text.size());
+}
+
+// The peer: fold the whole text and the needle with ICU and search once.
+void BM_HasStringInsensitive_ICUFoldAndSearch(benchmark::State& state) {
+  const std::string& text = searchText();
+  for (auto _ : state) {
+    icu::UnicodeString folded = icu::UnicodeString::fromUTF8(text);
+    folded.foldCase();
+    icu::UnicodeString needle = icu::UnicodeString::fromUTF8(kAbsentNeedle);
+    needle.foldCase();
+    benchmark::DoNotOptimize(folded.indexOf(needle) >= 0);
+  }
+  setBytes(state, text.size());
 }
 
 }  // namespace
@@ -225,7 +282,11 @@ BENCHMARK(BM_Gzip_Zentrel)->Arg(1 << 20)->Arg(8 << 20)->Unit(benchmark::kMillise
 BENCHMARK(BM_Gzip_ZlibSingleCall)->Arg(1 << 20)->Arg(8 << 20)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Format_Zentrel);
 BENCHMARK(BM_Format_Snprintf);
+BENCHMARK(BM_Format_ZentrelDirectives);
+BENCHMARK(BM_Format_SnprintfDirectives);
 BENCHMARK(BM_Format_ZentrelPoint);
 BENCHMARK(BM_Format_SnprintfPoint);
+BENCHMARK(BM_HasStringInsensitive_Zentrel)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_HasStringInsensitive_ICUFoldAndSearch)->Unit(benchmark::kMillisecond);
 
 BENCHMARK_MAIN();

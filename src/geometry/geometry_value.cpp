@@ -6,24 +6,6 @@
 
 namespace {
 
-void appendNumber(std::string& out, double value) {
-  char buffer[32];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-  out.append(buffer, result.ptr);
-}
-
-std::string joined(char open, std::initializer_list<double> values, char close) {
-  std::string out(1, open);
-  bool first = true;
-  for (double v : values) {
-    if (!first) out += ", ";
-    appendNumber(out, v);
-    first = false;
-  }
-  out += close;
-  return out;
-}
-
 // A strict reader of the text forms: braces, brackets, commas and numbers, with any whitespace.
 class Reader {
  public:
@@ -127,15 +109,13 @@ std::optional<T> fromValue(const ZTValue& value, ZTError* error, std::string_vie
 
 }  // namespace
 
-std::string ZTStringFromPoint(ZTPoint p) { return joined('{', {p.x, p.y}, '}'); }
-std::string ZTStringFromSize(ZTSize s) { return joined('{', {s.width, s.height}, '}'); }
-std::string ZTStringFromRect(ZTRect r) {
-  return "{" + ZTStringFromPoint(r.origin) + ", " + ZTStringFromSize(r.size) + "}";
-}
-std::string ZTStringFromEdgeInsets(ZTEdgeInsets i) { return joined('{', {i.top, i.left, i.bottom, i.right}, '}'); }
-std::string ZTStringFromAffineTransform(ZTAffineTransform t) {
-  return joined('[', {t.a, t.b, t.c, t.d, t.tx, t.ty}, ']');
-}
+// The text forms are written by the value headers' inline textForm, which operator<< and the
+// formatters use too.
+std::string ZTStringFromPoint(ZTPoint p) { return zt::geometry_detail::textForm(p); }
+std::string ZTStringFromSize(ZTSize s) { return zt::geometry_detail::textForm(s); }
+std::string ZTStringFromRect(ZTRect r) { return zt::geometry_detail::textForm(r); }
+std::string ZTStringFromEdgeInsets(ZTEdgeInsets i) { return zt::geometry_detail::textForm(i); }
+std::string ZTStringFromAffineTransform(ZTAffineTransform t) { return zt::geometry_detail::textForm(t); }
 
 std::optional<ZTPoint> ZTPointFromString(std::string_view text, ZTError* error) {
   Reader reader(text);

@@ -1,10 +1,15 @@
 #include "zentrel/text/string_format.h"
 
+#include <unicode/utf8.h>
+
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <optional>
+#include <span>
+#include <vector>
 
 namespace zt::format_detail {
 
@@ -30,10 +35,12 @@ std::string unsignedText(unsigned long long value) { return std::to_string(value
 namespace zt {
 namespace {
 
+using format_detail::classify;
 using format_detail::Extracted;
+using format_detail::kMaxWidth;
+using format_detail::Piece;
+using format_detail::PieceKind;
 using format_detail::Want;
-
-constexpr int kMaxWidth = 1 << 20;
 
 const char* describeWant(Want want) {
   switch (want) {
@@ -65,22 +72,6 @@ const char* describeWant(Want want) {
   return "a value";
 }
 
-void appendFixed(std::string& out, double value) {
-  char buffer[400];
-  if (std::isfinite(value) && std::fabs(value) < 1e300) {
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
-    if (result.ec == std::errc()) {
-      out.append(buffer, result.ptr);
-      return;
-    }
-  }
-  // Non-finite and very large values: C's own text ("inf", "nan", 300-digit integers).
-  int n = std::snprintf(nullptr, 0, "%f", value);
-  std::string text(static_cast<std::size_t>(n), '\0');
-  std::snprintf(text.data(), text.size() + 1, "%f", value);
-  out += text;
-}
-
 template <class I>
 void appendInteger(std::string& out, I value) {
   char buffer[24];
@@ -107,6 +98,195 @@ void appendCodePoint(std::string& out, char32_t c) {
   }
 }
 
+// ---- printf conversions, written without the C library so that no locale applies ----------
+
+// What a number directive writes, in order: a prefix (sign, "0x"), zeros that the precision asks
+// for, the digits, a decimal point that "#" adds, and the exponent.
+struct NumberText {
+  std::string_view prefix;
+  std::size_t zeros = 0;
+  std::string_view digits;
+  bool addPoint = false;
+  std::string_view exponent;
+
+  std::size_t size() const { return prefix.size() + zeros + digits.size() + (addPoint ? 1 : 0) + exponent.size(); }
+};
+
+// The number padded to the directive's width: spaces on the left, spaces on the right ("-"), or
+// zeros after the prefix ("0", where `zerosAllowed`).
+void appendPadded(std::string& out, const Piece& d, const NumberText& n, bool zerosAllowed) {
+  const std::size_t length = n.size();
+  const std::size_t padding =
+      d.width > 0 && static_cast<std::size_t>(d.width) > length ? static_cast<std::size_t>(d.width) - length : 0;
+  const bool zeroPadding = !d.leftAlign && d.zeroPad && zerosAllowed;
+  if (!d.leftAlign && !zeroPadding) out.append(padding, ' ');
+  out.append(n.prefix);
+  out.append(n.zeros + (zeroPadding ? padding : 0), '0');
+  out.append(n.digits);
+  if (n.addPoint) out.push_back('.');
+  out.append(n.exponent);
+  if (d.leftAlign) out.append(padding, ' ');
+}
+
+// d i u o x X: the magnitude in its base, at least `precision` digits, with the sign or "0x".
+void appendIntegerDirective(std::string& out, const Piece& d, bool negative, unsigned long long magnitude) {
+  const char c = d.conversion;
+  const bool isSigned = c == 'd' || c == 'i' || c == 'D';
+  const int base = (c == 'o' || c == 'O') ? 8 : (c == 'x' || c == 'X') ? 16 : 10;
+  char digits[64];
+  char* end = std::to_chars(digits, digits + sizeof digits, magnitude, base).ptr;
+  if (c == 'X') {
+    for (char* p = digits; p != end; ++p) *p = static_cast<char>(std::toupper(static_cast<unsigned char>(*p)));
+  }
+  NumberText n;
+  n.digits = std::string_view(digits, static_cast<std::size_t>(end - digits));
+  if (d.precision == 0 && magnitude == 0) n.digits = {};
+  if (d.precision > 0 && static_cast<std::size_t>(d.precision) > n.digits.size()) {
+    n.zeros = static_cast<std::size_t>(d.precision) - n.digits.size();
+  }
+  if (base == 8 && d.alternate && n.zeros == 0 && (n.digits.empty() || n.digits.front() != '0')) n.zeros = 1;
+  char prefix[3];
+  std::size_t prefixLength = 0;
+  if (isSigned && (negative || d.plusSign || d.spaceSign)) prefix[prefixLength++] = negative ? '-' : d.plusSign ? '+' : ' ';
+  if (base == 16 && d.alternate && magnitude != 0) {
+    prefix[prefixLength++] = '0';
+    prefix[prefixLength++] = c;
+  }
+  n.prefix = std::string_view(prefix, prefixLength);
+  appendPadded(out, d, n, d.precision < 0);
+}
+
+// Room for std::to_chars: on the stack for the usual precisions, on the heap for large ones.
+class CharsBuffer {
+ public:
+  std::span<char> room(std::size_t size) {
+    if (size <= sizeof small_) return {small_, size};
+    large_.resize(size);
+    return {large_.data(), size};
+  }
+
+ private:
+  char small_[480];
+  std::vector<char> large_;
+};
+
+std::span<char> toChars(CharsBuffer& buffer, double value, std::chars_format format, int precision,
+                        std::size_t room) {
+  const std::span<char> text = buffer.room(room + static_cast<std::size_t>(precision < 0 ? 0 : precision));
+  char* const first = text.data();
+  char* const last = first + text.size();
+  const auto result = precision < 0 ? std::to_chars(first, last, value, format)
+                                    : std::to_chars(first, last, value, format, precision);
+  if (result.ec != std::errc()) throw ZTRangeException("A number did not fit the room reserved for its text");
+  return text.first(static_cast<std::size_t>(result.ptr - first));
+}
+
+// e E f F g G a A of a double, as printf writes them in the "C" locale.
+void appendDoubleDirective(std::string& out, const Piece& d, double value) {
+  const bool upper = std::isupper(static_cast<unsigned char>(d.conversion)) != 0;
+  const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(d.conversion)));
+  char prefix[3];
+  std::size_t prefixLength = 0;
+  if (std::signbit(value) || d.plusSign || d.spaceSign) {
+    prefix[prefixLength++] = std::signbit(value) ? '-' : d.plusSign ? '+' : ' ';
+  }
+  NumberText n;
+  if (!std::isfinite(value)) {
+    n.prefix = std::string_view(prefix, prefixLength);
+    n.digits = std::isnan(value) ? (upper ? "NAN" : "nan") : (upper ? "INF" : "inf");
+    appendPadded(out, d, n, false);
+    return;
+  }
+  const double magnitude = std::fabs(value);
+  CharsBuffer buffer;
+  std::span<char> written;
+  char marker = 'e';
+  if (c == 'f') {
+    written = toChars(buffer, magnitude, std::chars_format::fixed, d.precision < 0 ? 6 : d.precision, 320);
+  } else if (c == 'e') {
+    written = toChars(buffer, magnitude, std::chars_format::scientific, d.precision < 0 ? 6 : d.precision, 16);
+  } else if (c == 'g') {
+    // Precision P (6 when absent, 1 when 0): with X the exponent of the value rounded to P
+    // digits, fixed notation with P - 1 - X decimals when P > X >= -4, else scientific with P - 1;
+    // then, without "#", trailing zeros and a trailing point go.
+    const int significant = d.precision < 0 ? 6 : d.precision == 0 ? 1 : d.precision;
+    written = toChars(buffer, magnitude, std::chars_format::scientific, significant - 1, 16);
+    const std::string_view scientific(written.data(), written.size());
+    const std::size_t e = scientific.find('e');
+    int exponent = 0;
+    std::from_chars(scientific.data() + e + (scientific[e + 1] == '+' ? 2 : 1),
+                    scientific.data() + scientific.size(), exponent);
+    if (significant > exponent && exponent >= -4) {
+      written = toChars(buffer, magnitude, std::chars_format::fixed, significant - 1 - exponent, 320);
+    }
+  } else {  // 'a'
+    marker = 'p';
+    written = toChars(buffer, magnitude, std::chars_format::hex, d.precision, 32);
+    prefix[prefixLength++] = '0';
+    prefix[prefixLength++] = upper ? 'X' : 'x';
+  }
+  if (upper) {
+    for (char& ch : written) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    marker = static_cast<char>(std::toupper(static_cast<unsigned char>(marker)));
+  }
+  const std::string_view text(written.data(), written.size());
+  const std::size_t exponentAt = std::min(text.find(marker), text.size());
+  n.prefix = std::string_view(prefix, prefixLength);
+  n.digits = text.substr(0, exponentAt);
+  n.exponent = text.substr(exponentAt);
+  const bool hasPoint = n.digits.find('.') != std::string_view::npos;
+  if (c == 'g' && !d.alternate && hasPoint) {
+    while (n.digits.back() == '0') n.digits.remove_suffix(1);
+    if (n.digits.back() == '.') n.digits.remove_suffix(1);
+  }
+  n.addPoint = d.alternate && !hasPoint;
+  appendPadded(out, d, n, true);
+}
+
+// s S @ c C p: the text, cut to `precision` UTF-16 units without splitting a character, padded to
+// `width` units. An invalid UTF-8 sequence counts as the one unit of U+FFFD and is copied as it is.
+void appendTextDirective(std::string& out, const Piece& d, std::string_view text) {
+  if (d.precision < 0 && d.width <= 0) {
+    out.append(text);
+    return;
+  }
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+  const auto size = static_cast<std::int64_t>(text.size());
+  const std::size_t precision = d.precision < 0 ? SIZE_MAX : static_cast<std::size_t>(d.precision);
+  const std::size_t width = d.width < 0 ? 0 : static_cast<std::size_t>(d.width);
+  std::size_t units = 0;
+  std::int64_t kept = 0;
+  // Stops at the precision, or at the width when there is no precision (the rest is kept whole).
+  while (kept < size && (d.precision >= 0 || units < width)) {
+    std::int64_t next = kept;
+    UChar32 character;
+    U8_NEXT(bytes, next, size, character);
+    const std::size_t length = character > 0xFFFF ? 2 : 1;
+    if (units + length > precision) break;
+    units += length;
+    kept = next;
+  }
+  if (d.precision < 0) kept = size;
+  const std::size_t padding = width > units ? width - units : 0;
+  const std::string_view body = text.substr(0, static_cast<std::size_t>(kept));
+  if (!d.leftAlign) out.append(padding, ' ');
+  out.append(body);
+  if (d.leftAlign) out.append(padding, ' ');
+}
+
+// "%f" of the table conversions; the directive path for what needs more room than the usual.
+void appendFixed(std::string& out, double value) {
+  char buffer[64];
+  if (std::fabs(value) < 1e40) {
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
+    out.append(buffer, result.ptr);
+    return;
+  }
+  Piece plain;
+  plain.conversion = 'f';
+  appendDoubleDirective(out, plain, value);
+}
+
 void appendPointer(std::string& out, const void* pointer) {
   if (!pointer) {
     out += "0x0";
@@ -117,17 +297,6 @@ void appendPointer(std::string& out, const void* pointer) {
   out += "0x";
   out.append(buffer, result.ptr);
 }
-
-// A printf conversion at the start of a piece: %[flags][width][.precision][length]conversion.
-struct PrintfDirective {
-  std::string flags;
-  bool widthFromArgument = false;
-  int width = -1;
-  bool precisionFromArgument = false;
-  int precision = -1;
-  char conversion = 0;
-  std::size_t length = 0;  // characters of the piece the conversion takes
-};
 
 class Engine {
  public:
@@ -182,279 +351,140 @@ class Engine {
   }
 
   void convert(std::string_view piece) {
+    const Piece p = classify(piece);
+    const std::string_view conversion = piece.substr(0, p.length);
+    switch (p.kind) {
+      case PieceKind::Literal:
+        out_.push_back('%');
+        out_.append(piece);
+        return;
+      case PieceKind::Positional:
+        fail("positional conversions such as %" + std::string(conversion) + " are not supported.");
+      case PieceKind::Count:
+        fail("the conversion %n is not supported.");
+      case PieceKind::TooLarge:
+        fail("the width or precision of %" + std::string(conversion) + " is too large.");
+      case PieceKind::Table:
+        tableConversion(p, conversion);
+        break;
+      case PieceKind::Printf:
+        printfConversion(p, conversion);
+        break;
+    }
+    out_.append(piece.substr(p.length));
+  }
+
+  void tableConversion(const Piece& p, std::string_view conversion) {
     Extracted value;
-    auto table = [&](std::string_view prefix, Want want) {
-      if (!piece.starts_with(prefix)) return false;
-      get(want, prefix, value);
-      switch (want) {
-        case Want::Point:
-          out_.push_back('(');
-          appendFixed(out_, value.d[0]);
-          out_ += ", ";
-          appendFixed(out_, value.d[1]);
-          out_.push_back(')');
-          break;
-        case Want::Size:
-          appendFixed(out_, value.d[0]);
-          out_.push_back('x');
-          appendFixed(out_, value.d[1]);
-          break;
-        case Want::Rect:
-          out_ += "[(";
-          appendFixed(out_, value.d[0]);
-          out_ += ", ";
-          appendFixed(out_, value.d[1]);
-          out_ += ") ";
-          appendFixed(out_, value.d[2]);
-          out_.push_back('x');
-          appendFixed(out_, value.d[3]);
-          out_.push_back(']');
-          break;
-        case Want::Range:
-          out_.push_back('[');
+    get(p.want, conversion, value);
+    switch (p.want) {
+      case Want::Point:
+        out_.push_back('(');
+        appendFixed(out_, value.d[0]);
+        out_ += ", ";
+        appendFixed(out_, value.d[1]);
+        out_.push_back(')');
+        break;
+      case Want::Size:
+        appendFixed(out_, value.d[0]);
+        out_.push_back('x');
+        appendFixed(out_, value.d[1]);
+        break;
+      case Want::Rect:
+        out_ += "[(";
+        appendFixed(out_, value.d[0]);
+        out_ += ", ";
+        appendFixed(out_, value.d[1]);
+        out_ += ") ";
+        appendFixed(out_, value.d[2]);
+        out_.push_back('x');
+        appendFixed(out_, value.d[3]);
+        out_.push_back(']');
+        break;
+      case Want::Range:
+        out_.push_back('[');
+        appendInteger(out_, value.u);
+        out_ += " +";
+        appendInteger(out_, value.u2);
+        out_.push_back(']');
+        break;
+      case Want::Signed:
+        if (value.isUnsignedValue)
           appendInteger(out_, value.u);
-          out_ += " +";
-          appendInteger(out_, value.u2);
-          out_.push_back(']');
-          break;
-        case Want::Signed:
-          if (value.isUnsignedValue)
-            appendInteger(out_, value.u);
-          else
-            appendInteger(out_, value.i);
-          break;
-        case Want::Unsigned:
-          appendInteger(out_, value.u);
-          break;
-        case Want::Double:
-          appendFixed(out_, value.d[0]);
-          break;
-        case Want::Pointer:
-          appendPointer(out_, value.pointer);
-          break;
-        case Want::Character:
-          appendCodePoint(out_, value.character);
-          break;
-        case Want::Text:
-        case Want::Object:
-        case Want::ClassName:
-          appendText(value);
-          break;
-      }
-      out_.append(piece.substr(prefix.size()));
-      return true;
-    };
-    // The prefixes in the order that decides between them ("frame" before "f", "class" before
-    // "c", "size" before "s", "point" before "p", "lld" after "d" and "u"): prefixes with different
-    // first characters never compete, so the first character picks the candidates.
-    bool matched = false;
-    switch (piece.front()) {
-      case 'p':
-        matched = table("point", Want::Point) || table("p", Want::Pointer);
+        else
+          appendInteger(out_, value.i);
         break;
-      case 's':
-        matched = table("size", Want::Size) || table("s", Want::Text);
+      case Want::Unsigned:
+        appendInteger(out_, value.u);
         break;
-      case 'r':
-        matched = table("rect", Want::Rect) || table("range", Want::Range);
+      case Want::Double:
+        appendFixed(out_, value.d[0]);
         break;
-      case 'f':
-        matched = table("frame", Want::Rect) || table("f", Want::Double);
+      case Want::Pointer:
+        appendPointer(out_, value.pointer);
         break;
-      case 'c':
-        matched = table("class", Want::ClassName) || table("c", Want::Character);
+      case Want::Character:
+        appendCodePoint(out_, value.character);
         break;
-      case '@':
-        matched = table("@", Want::Object);
-        break;
-      case 'd':
-        matched = table("d", Want::Signed);
-        break;
-      case 'u':
-        matched = table("u", Want::Unsigned);
-        break;
-      case 'l':
-        matched = table("lld", Want::Signed);
-        break;
-      default:
+      case Want::Text:
+      case Want::Object:
+      case Want::ClassName:
+        appendText(value);
         break;
     }
-    if (matched) return;
-    printfConversion(piece);
   }
 
-  static bool parseNumber(std::string_view piece, std::size_t& i, int& number) {
-    long long value = 0;
-    const std::size_t start = i;
-    while (i < piece.size() && piece[i] >= '0' && piece[i] <= '9') {
-      if (value <= kMaxWidth) value = value * 10 + (piece[i] - '0');
-      ++i;
-    }
-    number = static_cast<int>(std::min<long long>(value, kMaxWidth + 1));
-    return i > start;
-  }
-
-  std::optional<PrintfDirective> parse(std::string_view piece) const {
-    PrintfDirective directive;
-    std::size_t i = 0;
-    {
-      std::size_t j = 0;
-      int ignored = 0;
-      if (parseNumber(piece, j, ignored) && j < piece.size() && piece[j] == '$') {
-        fail("positional conversions such as %" + std::string(piece.substr(0, j + 1)) + " are not supported.");
-      }
-    }
-    while (i < piece.size() && std::strchr("-+ #0'", piece[i]) != nullptr) directive.flags.push_back(piece[i++]);
-    if (i < piece.size() && piece[i] == '*') {
-      directive.widthFromArgument = true;
-      ++i;
-    } else {
-      int width = 0;
-      if (parseNumber(piece, i, width)) directive.width = width;
-    }
-    if (i < piece.size() && piece[i] == '.') {
-      ++i;
-      if (i < piece.size() && piece[i] == '*') {
-        directive.precisionFromArgument = true;
-        ++i;
-      } else {
-        directive.precision = 0;
-        parseNumber(piece, i, directive.precision);
-      }
-    }
-    while (i < piece.size() && std::strchr("hlqLjzt", piece[i]) != nullptr) ++i;
-    if (i >= piece.size() || std::strchr("diouxXeEfFgGaAcCsSpn@DUO", piece[i]) == nullptr) return std::nullopt;
-    directive.conversion = piece[i];
-    directive.length = i + 1;
-    return directive;
-  }
-
-  void printfConversion(std::string_view piece) {
-    std::optional<PrintfDirective> parsed = parse(piece);
-    if (!parsed) {
-      out_.push_back('%');
-      out_.append(piece);
-      return;
-    }
-    PrintfDirective& directive = *parsed;
-    const std::string_view conversion = piece.substr(0, directive.length);
-    if (directive.conversion == 'n') fail("the conversion %n is not supported.");
-    if (directive.widthFromArgument) {
+  void printfConversion(Piece d, std::string_view conversion) {
+    if (d.widthFromArgument) {
       Extracted width;
       get(Want::Signed, conversion, width);
       if (width.isUnsignedValue || width.i > kMaxWidth || width.i < -kMaxWidth)
         fail("the width given for %" + std::string(conversion) + " is too large.");
-      directive.width = static_cast<int>(width.i < 0 ? -width.i : width.i);
-      if (width.i < 0) directive.flags.push_back('-');
+      d.width = static_cast<int>(width.i < 0 ? -width.i : width.i);
+      if (width.i < 0) d.leftAlign = true;
     }
-    if (directive.precisionFromArgument) {
+    if (d.precisionFromArgument) {
       Extracted precision;
       get(Want::Signed, conversion, precision);
       if (precision.isUnsignedValue || precision.i > kMaxWidth)
         fail("the precision given for %" + std::string(conversion) + " is too large.");
-      directive.precision = precision.i < 0 ? -1 : static_cast<int>(precision.i);
+      d.precision = precision.i < 0 ? -1 : static_cast<int>(precision.i);
     }
-    if (directive.width > kMaxWidth || directive.precision > kMaxWidth) {
-      fail("the width or precision of %" + std::string(conversion) + " is too large.");
-    }
-
-    auto cFormat = [&](const char* lengthAndConversion) {
-      std::string f = "%" + directive.flags;
-      if (directive.width >= 0) f += std::to_string(directive.width);
-      if (directive.precision >= 0) f += "." + std::to_string(directive.precision);
-      f += lengthAndConversion;
-      return f;
-    };
-    auto emit = [&](const std::string& f, auto value) {
-      const int n = std::snprintf(nullptr, 0, f.c_str(), value);
-      if (n < 0) fail("the conversion %" + std::string(conversion) + " could not be formatted.");
-      const std::size_t at = out_.size();
-      out_.resize(at + static_cast<std::size_t>(n) + 1);
-      std::snprintf(out_.data() + at, static_cast<std::size_t>(n) + 1, f.c_str(), value);
-      out_.resize(at + static_cast<std::size_t>(n));
-    };
-    auto emitText = [&](std::string_view text) {
-      std::string copy(text);
-      // Only the flags that mean something for text.
-      std::string flags = directive.flags.find('-') != std::string::npos ? "-" : "";
-      std::string f = "%" + flags;
-      if (directive.width >= 0) f += std::to_string(directive.width);
-      if (directive.precision >= 0) f += "." + std::to_string(directive.precision);
-      f += "s";
-      emit(f, copy.c_str());
-    };
-
     Extracted value;
-    switch (directive.conversion) {
-      case 'd':
-      case 'i':
-      case 'D':
-        get(Want::Signed, conversion, value);
+    get(d.want, conversion, value);
+    switch (d.want) {
+      case Want::Signed:
         if (value.isUnsignedValue)
-          emit(cFormat("llu"), value.u);
+          appendIntegerDirective(out_, d, false, value.u);
         else
-          emit(cFormat("lld"), value.i);
+          appendIntegerDirective(out_, d, value.i < 0,
+                                 value.i < 0 ? 0ULL - static_cast<unsigned long long>(value.i)
+                                             : static_cast<unsigned long long>(value.i));
         break;
-      case 'u':
-      case 'U':
-        get(Want::Unsigned, conversion, value);
-        emit(cFormat("llu"), value.u);
+      case Want::Unsigned:
+        appendIntegerDirective(out_, d, false, value.u);
         break;
-      case 'o':
-      case 'O':
-        get(Want::Unsigned, conversion, value);
-        emit(cFormat("llo"), value.u);
+      case Want::Double:
+        appendDoubleDirective(out_, d, value.d[0]);
         break;
-      case 'x':
-      case 'X': {
-        get(Want::Unsigned, conversion, value);
-        const char f[] = {'l', 'l', directive.conversion, '\0'};
-        emit(cFormat(f), value.u);
-        break;
-      }
-      case 'e':
-      case 'E':
-      case 'f':
-      case 'F':
-      case 'g':
-      case 'G':
-      case 'a':
-      case 'A': {
-        get(Want::Double, conversion, value);
-        const char f[] = {directive.conversion, '\0'};
-        emit(cFormat(f), value.d[0]);
-        break;
-      }
-      case 'c':
-      case 'C': {
-        get(Want::Character, conversion, value);
+      case Want::Character: {
         std::string text;
         appendCodePoint(text, value.character);
-        directive.precision = -1;
-        emitText(text);
+        d.precision = -1;
+        appendTextDirective(out_, d, text);
         break;
       }
-      case 's':
-      case 'S':
-        get(Want::Text, conversion, value);
-        emitText(value.useOwned ? std::string_view(value.owned) : value.text);
-        break;
-      case '@':
-        get(Want::Object, conversion, value);
-        emitText(value.owned);
-        break;
-      case 'p': {
-        get(Want::Pointer, conversion, value);
+      case Want::Pointer: {
         std::string text;
         appendPointer(text, value.pointer);
-        directive.precision = -1;
-        emitText(text);
+        d.precision = -1;
+        appendTextDirective(out_, d, text);
         break;
       }
-      default:
+      default:  // Text, Object
+        appendTextDirective(out_, d, value.useOwned ? std::string_view(value.owned) : value.text);
         break;
     }
-    out_.append(piece.substr(directive.length));
   }
 
   std::string_view format_;

@@ -1,11 +1,19 @@
 #include "zentrel/text/string_utilities.h"
 
+#include <unicode/casemap.h>
+#include <unicode/edits.h>
 #include <unicode/uniset.h>
+#include <unicode/utf16.h>
 #include <unicode/utf8.h>
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
+#include <new>
+#include <string>
 #include <vector>
 
 #include "text/internal/unicode.h"
@@ -65,37 +73,85 @@ bool onlyCharactersOf(std::string_view text, std::string_view allowed) {
   return true;
 }
 
-// Case-folded characters of a text, for insensitive matching that keeps positions in the
-// original: folded[i] is the full case folding of the code point starting at UTF-16 index start[i].
-struct FoldedText {
-  std::vector<int32_t> start;  // one more entry than characters: the end of the text
-  std::vector<icu::UnicodeString> folded;
+// A text case-folded as a whole (full Unicode case folding, once), searched as a whole, with the
+// edits that map positions in the folded text back to the original. A match counts only when it
+// begins and ends where an original character's folding does: "ss" is found in "Maße" (ß folds to
+// "ss") but "s" alone is not, so a replacement always replaces whole characters.
+class CaseFoldedText {
+ public:
+  explicit CaseFoldedText(std::string_view text) : source_(internal::toUnicode(text)) {
+    // Full folding at most triples a text; most texts keep their length, so start there.
+    auto capacity = static_cast<int32_t>(
+        std::min<std::int64_t>(std::int64_t{source_.length()} + source_.length() / 8 + 16, INT32_MAX));
+    for (int attempt = 0; attempt < 2; ++attempt) {
+      UErrorCode status = U_ZERO_ERROR;
+      edits_.reset();
+      folded_.resize(static_cast<std::size_t>(capacity));
+      const int32_t length =
+          icu::CaseMap::fold(U_FOLD_CASE_DEFAULT, source_.getBuffer(), source_.length(), folded_.data(), capacity,
+                             &edits_, status);
+      if (status == U_BUFFER_OVERFLOW_ERROR && attempt == 0) {
+        capacity = length;
+        continue;
+      }
+      if (U_FAILURE(status)) {
+        if (status == U_MEMORY_ALLOCATION_ERROR) throw std::bad_alloc();
+        throw ZTRangeException("A text of " + std::to_string(text.size()) +
+                               " bytes is too long to compare without case: its case folding does not fit 2 GiB");
+      }
+      folded_.resize(static_cast<std::size_t>(length));
+      break;
+    }
+    edit_ = edits_.getFineIterator();
+  }
+
+  const icu::UnicodeString& source() const { return source_; }
+
+  // Calls found(sourceStart, sourceEnd) for each match of the folded `needle`, leftmost first and
+  // not overlapping, until it returns false.
+  template <class Found>
+  void forEachMatch(std::u16string_view needle, Found&& found) {
+    const std::u16string_view folded(folded_);
+    for (std::size_t at = folded.find(needle); at != std::u16string_view::npos;) {
+      const auto begin = static_cast<int32_t>(at);
+      const auto end = static_cast<int32_t>(at + needle.size());
+      if (!isBoundary(begin) || !isBoundary(end)) {
+        at = folded.find(needle, at + 1);
+        continue;
+      }
+      if (!found(sourceIndex(begin), sourceIndex(end))) return;
+      at = folded.find(needle, at + needle.size());
+    }
+  }
+
+ private:
+  // Whether a folded position is where an original character's folding begins (or the end). The
+  // fine edits hold one change per changed character; unchanged spans are boundaries everywhere
+  // except inside a surrogate pair.
+  bool isBoundary(int32_t index) {
+    if (index >= static_cast<int32_t>(folded_.size())) return true;
+    UErrorCode status = U_ZERO_ERROR;
+    if (!edit_.findDestinationIndex(index, status) || U_FAILURE(status)) return false;
+    if (edit_.destinationIndex() == index) return true;
+    return !edit_.hasChange() && !U16_IS_TRAIL(folded_[static_cast<std::size_t>(index)]);
+  }
+
+  int32_t sourceIndex(int32_t foldedIndex) {
+    UErrorCode status = U_ZERO_ERROR;
+    const int32_t index = edit_.sourceIndexFromDestinationIndex(foldedIndex, status);
+    return U_FAILURE(status) ? source_.length() : index;
+  }
+
+  icu::UnicodeString source_;
+  std::u16string folded_;
+  icu::Edits edits_;
+  icu::Edits::Iterator edit_;
 };
 
-FoldedText foldCharacters(const icu::UnicodeString& text) {
-  FoldedText out;
-  for (int32_t i = 0; i < text.length();) {
-    UChar32 c = text.char32At(i);
-    out.start.push_back(i);
-    icu::UnicodeString one(c);
-    out.folded.push_back(one.foldCase());
-    i += U16_LENGTH(c);
-  }
-  out.start.push_back(text.length());
-  return out;
-}
-
-// The number of characters from `first` that fold to exactly `target`, or 0 when they do not.
-std::size_t foldedMatchLength(const FoldedText& text, std::size_t first, const icu::UnicodeString& target) {
-  int32_t matched = 0;
-  for (std::size_t k = first; k < text.folded.size(); ++k) {
-    const icu::UnicodeString& piece = text.folded[k];
-    if (matched + piece.length() > target.length()) return 0;
-    if (target.compare(matched, piece.length(), piece) != 0) return 0;
-    matched += piece.length();
-    if (matched == target.length()) return k - first + 1;
-  }
-  return 0;
+std::u16string foldedNeedle(std::string_view needle) {
+  icu::UnicodeString folded = internal::toUnicode(needle);
+  folded.foldCase();
+  return std::u16string(folded.getBuffer(), static_cast<std::size_t>(folded.length()));
 }
 
 bool isURLCharacter(unsigned char c) {
@@ -181,13 +237,14 @@ bool hasString(std::string_view text, std::string_view needle) {
 
 bool hasStringInsensitive(std::string_view text, std::string_view needle) {
   if (needle.empty()) return false;
-  icu::UnicodeString target = internal::toUnicode(needle);
-  target.foldCase();
-  FoldedText folded = foldCharacters(internal::toUnicode(text));
-  for (std::size_t i = 0; i < folded.folded.size(); ++i) {
-    if (foldedMatchLength(folded, i, target) != 0) return true;
-  }
-  return false;
+  const std::u16string target = foldedNeedle(needle);
+  if (target.empty()) return false;
+  bool found = false;
+  CaseFoldedText(text).forEachMatch(target, [&](int32_t, int32_t) {
+    found = true;
+    return false;
+  });
+  return found;
 }
 
 std::string trim(std::string_view text) { return trimSet(text, ZTCharacterSet::whitespace()); }
@@ -336,26 +393,21 @@ std::size_t replaceString(std::string& text, std::string_view target, std::strin
 
 std::size_t replaceStringInsensitive(std::string& text, std::string_view target, std::string_view replacement) {
   if (target.empty()) return 0;
-  icu::UnicodeString folding = internal::toUnicode(target);
-  folding.foldCase();
-  const icu::UnicodeString source = internal::toUnicode(text);
-  const FoldedText folded = foldCharacters(source);
+  const std::u16string folding = foldedNeedle(target);
+  if (folding.empty()) return 0;
+  CaseFoldedText folded(text);
+  const icu::UnicodeString& source = folded.source();
   const icu::UnicodeString with = internal::toUnicode(replacement);
   icu::UnicodeString out;
   std::size_t count = 0;
   int32_t copiedUpTo = 0;
-  for (std::size_t i = 0; i < folded.folded.size();) {
-    std::size_t matched = foldedMatchLength(folded, i, folding);
-    if (matched == 0) {
-      ++i;
-      continue;
-    }
-    out.append(source, copiedUpTo, folded.start[i] - copiedUpTo);
+  folded.forEachMatch(folding, [&](int32_t begin, int32_t end) {
+    out.append(source, copiedUpTo, begin - copiedUpTo);
     out.append(with);
-    i += matched;
-    copiedUpTo = folded.start[i];
+    copiedUpTo = end;
     ++count;
-  }
+    return true;
+  });
   if (count == 0) return 0;
   out.append(source, copiedUpTo, source.length() - copiedUpTo);
   text = internal::toUTF8(out);

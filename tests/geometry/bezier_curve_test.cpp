@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <latch>
+#include <limits>
+#include <thread>
 #include <vector>
 
 #include "zentrel/geometry/bezier_curve.h"
@@ -25,6 +28,9 @@ std::vector<Segment> Segments(const ZTBezierCurve& curve, std::size_t count) {
   });
   return out;
 }
+
+template <class Curve>
+concept CanChangeOwnership = requires(Curve& curve) { curve.setReleasePointsWhenDone(true); };
 
 std::vector<double> Parameters(const ZTBezierCurve& curve, double step) {
   std::vector<double> out;
@@ -77,21 +83,82 @@ TEST(BezierCurve, StoredValuesReplaceTheComputedOnes) {
   EXPECT_NEAR(curve->approximateLength(), 2 * std::sqrt(5.0), 1e-12);
 }
 
-TEST(BezierCurve, TheLengthIsComputedOnce) {
+TEST(BezierCurve, SegmentCountsAreBoundedForEveryLength) {
+  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const ZTPoint broken[3] = {{0, 0}, {kNaN, 1}, {2, 0}};
+  auto curve = ZTBezierCurve::create(broken, 3);
+  EXPECT_TRUE(std::isnan(curve->approximateLength()));
+  EXPECT_EQ(curve->suggestedNumberOfSegments(), ZTBezierCurve::kMinimumSuggestedSegments) << "NaN tells nothing";
+  for (double length : {1e21, 1e300, kInfinity, 433'200'000.0}) {
+    curve = ZTBezierCurve::create(broken, 3);
+    curve->setApproximateLength(length);
+    EXPECT_EQ(curve->suggestedNumberOfSegments(), ZTBezierCurve::kMaximumSuggestedSegments) << length;
+  }
+  const ZTPoint huge[2] = {{-1e308, 0}, {1e308, 0}};  // the length overflows to infinity
+  EXPECT_EQ(ZTBezierCurve::create(huge, 2)->suggestedNumberOfSegments(), ZTBezierCurve::kMaximumSuggestedSegments);
+  // Just below the maximum the formula still decides: sqrt((4.3e8 / 20)^2 * 0.6 + 225) = 16,653,828.4...
+  curve = ZTBezierCurve::create(broken, 3);
+  curve->setApproximateLength(4.3e8);
+  EXPECT_EQ(curve->suggestedNumberOfSegments(), 16'653'828u);
+}
+
+TEST(BezierCurve, OwnershipIsFixedByTheWayTheCurveIsMade) {
   ZTPoint points[3] = {{0, 0}, {3, 4}, {6, 0}};
-  auto curve = ZTQuadraticBezierCurve::createWithPointsNoCopy(points, 3, false);
-  ASSERT_NE(curve, nullptr);
-  EXPECT_EQ(curve->approximateLength(), 10);
+  auto borrowing = ZTQuadraticBezierCurve::createWithPointsNoCopy(points);
+  ASSERT_NE(borrowing, nullptr);
+  EXPECT_FALSE(borrowing->releasePointsWhenDone());
+  EXPECT_EQ(borrowing->points().data(), points);
+  EXPECT_EQ(borrowing->approximateLength(), 10);
   points[2] = {100, 0};
-  EXPECT_EQ(curve->approximateLength(), 10) << "cached";
-  EXPECT_EQ(curve->endPoint(), (ZTPoint{100, 0})) << "the buffer is borrowed, not copied";
+  EXPECT_EQ(borrowing->approximateLength(), 10) << "cached";
+  EXPECT_EQ(borrowing->endPoint(), (ZTPoint{100, 0})) << "the points are borrowed, not copied";
+
+  std::vector<ZTPoint> handedOver = {{0, 0}, {0, 10}, {10, 10}, {10, 0}};
+  const ZTPoint* storage = handedOver.data();
+  auto owning = ZTCubicBezierCurve::create(std::move(handedOver));
+  ASSERT_NE(owning, nullptr);
+  EXPECT_TRUE(owning->releasePointsWhenDone());
+  EXPECT_EQ(owning->points().data(), storage) << "taken over, not copied";
+
+  auto copying = ZTBezierCurve::create(std::span<const ZTPoint>(points));
+  EXPECT_TRUE(copying->releasePointsWhenDone());
+  EXPECT_NE(copying->points().data(), points);
+
+  // Ownership cannot be changed after the fact (a borrowed buffer can never be freed by the curve).
+  static_assert(!CanChangeOwnership<ZTBezierCurve>);
+  EXPECT_EQ(ZTCubicBezierCurve::create(std::vector<ZTPoint>(3)), nullptr);
+  EXPECT_EQ(ZTBezierCurve::createWithPointsNoCopy(std::span<const ZTPoint>(points, 1)), nullptr);
+}
+
+TEST(BezierCurve, CachesFillSafelyFromSeveralThreads) {
+  // Run under ThreadSanitizer: the lazily filled caches are read and filled by four threads at once.
+  for (int round = 0; round < 20; ++round) {
+    auto curve = ZTBezierCurve::cubicBezierCurveWithStartPoint({0, 0}, {0, 1000}, {1000, 1000}, {1000, 0});
+    std::latch start(4);
+    std::vector<std::size_t> counts(4);
+    std::vector<double> lengths(4);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < 4; ++i) {
+      threads.emplace_back([&, i] {
+        start.arrive_and_wait();
+        counts[i] = curve->suggestedNumberOfSegments();
+        lengths[i] = curve->approximateLength();
+      });
+    }
+    for (auto& thread : threads) thread.join();
+    for (std::size_t i = 0; i < 4; ++i) {
+      EXPECT_EQ(lengths[i], 3000);
+      EXPECT_EQ(counts[i], 118u);  // ceil(sqrt(150^2 * 0.6 + 225)) = ceil(117.15...)
+    }
+  }
 }
 
 TEST(BezierCurve, CreationRejectsTooFewOrMissingPoints) {
   const ZTPoint points[4] = {{0, 0}, {1, 1}, {2, 2}, {3, 3}};
   EXPECT_EQ(ZTBezierCurve::create(nullptr, 4), nullptr);
   EXPECT_EQ(ZTBezierCurve::create(points, 1), nullptr);
-  EXPECT_EQ(ZTBezierCurve::createWithPointsNoCopy(nullptr, 3, false), nullptr);
+  EXPECT_EQ(ZTBezierCurve::createWithPointsNoCopy({}), nullptr);
   EXPECT_EQ(ZTQuadraticBezierCurve::create(points, 4), nullptr);
   EXPECT_EQ(ZTCubicBezierCurve::create(points, 3), nullptr);
   EXPECT_NE(ZTCubicBezierCurve::create(points, 4), nullptr);
@@ -101,19 +168,10 @@ TEST(BezierCurve, CopyingCreationOwnsItsBuffer) {
   ZTPoint points[3] = {{0, 0}, {1, 2}, {2, 0}};
   auto curve = ZTBezierCurve::create(points, 3);
   ASSERT_NE(curve, nullptr);
-  EXPECT_NE(curve->points(), points);
+  EXPECT_NE(curve->points().data(), points);
   EXPECT_TRUE(curve->releasePointsWhenDone());
   points[0] = {9, 9};
   EXPECT_EQ(curve->startPoint(), (ZTPoint{0, 0}));
-}
-
-TEST(BezierCurve, AHandedOverBufferIsFreedWithTheCurve) {
-  // Run under AddressSanitizer: a leak or a double free fails the test binary.
-  ZTPoint* buffer = new ZTPoint[4]{{0, 0}, {0, 10}, {10, 10}, {10, 0}};
-  auto curve = ZTCubicBezierCurve::createWithPointsNoCopy(buffer, 4, true);
-  ASSERT_NE(curve, nullptr);
-  EXPECT_EQ(curve->points(), buffer);
-  curve.reset();
 }
 
 TEST(BezierCurve, TheBaseClassHoldsPointsButCannotEvaluate) {
@@ -147,7 +205,7 @@ TEST(BezierEnumeration, SegmentsChainFromStartToEnd) {
   ExpectPointNear({5, 7.5}, segments[1].to);
 }
 
-TEST(BezierEnumeration, SinglePrecisionStepsAndTheLoopBound) {
+TEST(BezierEnumeration, ExactlyTheRequestedNumberOfSegments) {
   auto curve = ZTBezierCurve::quadraticBezierCurveWithStartPoint({0, 0}, {1, 2}, {2, 0});
   EXPECT_TRUE(Segments(*curve, 0).empty()) << "an infinite step calls nothing";
   // 1/3 in single precision overshoots 1 slightly; the last segment still counts.
@@ -155,8 +213,27 @@ TEST(BezierEnumeration, SinglePrecisionStepsAndTheLoopBound) {
   ASSERT_EQ(thirds.size(), 3u);
   ExpectPointNear(curve->endPoint(), thirds.back().to, 1e-6);
   EXPECT_EQ(Segments(*curve, 1).size(), 1u);
-  // The single-precision step of 1/10000 is slightly short, and the 1.0001 bound admits one more.
-  EXPECT_EQ(Segments(*curve, 10000).size(), 10001u);
+  // Single-precision steps of 1/n fall short of 1/n for these counts, so the accumulated parameter
+  // would pass 1 and stay below the loop bound for one or two more steps.
+  for (std::size_t n : {9'999u, 10'000u, 20'000u, 65'537u, 1'000'003u}) {
+    std::size_t calls = 0;
+    ZTPoint last{};
+    curve->enumerateSegmentsWithSegmentsCount(n, [&](std::size_t index, ZTPoint, ZTPoint to) {
+      EXPECT_EQ(index, calls);
+      ++calls;
+      last = to;
+    });
+    EXPECT_EQ(calls, n);
+    ExpectPointNear(curve->endPoint(), last, 1e-6);  // t within 6e-8 of 1, not 1 + 2/n
+  }
+}
+
+TEST(BezierEnumeration, TheLoopBoundIsOnePlusTheSinglePrecisionTenThousandth) {
+  EXPECT_EQ(ZTBezierCurve::kParameterLimit, 1.0000999999974738);
+  auto curve = ZTBezierCurve::quadraticBezierCurveWithStartPoint({0, 0}, {1, 2}, {2, 0});
+  // 1.0001 lies above the bound (it was below 1.0001 taken in single precision, 1.000100016...).
+  EXPECT_EQ(Parameters(*curve, 1.0001), (std::vector<double>{0}));
+  EXPECT_EQ(Parameters(*curve, 1.0000999999974738).size(), 2u) << "the bound itself is included";
 }
 
 TEST(BezierEnumeration, CurvePointsIncludeBothEnds) {
@@ -169,6 +246,10 @@ TEST(BezierEnumeration, CurvePointsIncludeBothEnds) {
   EXPECT_EQ(Parameters(*curve, 5).size(), 1u) << "t = 0 is always visited";
   EXPECT_THROW(Parameters(*curve, 0), ZTInternalInconsistencyException);
   EXPECT_THROW(Parameters(*curve, -0.5), ZTInternalInconsistencyException);
+  EXPECT_THROW(Parameters(*curve, std::nan("")), ZTInternalInconsistencyException);
+  // Too small to move the parameter near 1: the walk would stop advancing and never end.
+  EXPECT_THROW(Parameters(*curve, 1e-17), ZTInternalInconsistencyException);
+  EXPECT_EQ(Parameters(*curve, std::numeric_limits<double>::infinity()).size(), 1u);
   std::vector<ZTPoint> points;
   curve->enumerateCurvePointsWithParameterStep(0.5, [&](ZTPoint p, double) { points.push_back(p); });
   ASSERT_EQ(points.size(), 3u);

@@ -2,8 +2,14 @@
 
 #include <cmath>
 #include <limits>
+#include <sstream>
+#include <version>
+#if defined(__cpp_lib_format)
+#include <format>
+#endif
 
 #include "zentrel/geometry/geometry_value.h"
+#include "zentrel/geometry/line.h"
 
 namespace {
 
@@ -14,6 +20,31 @@ TEST(GeometryText, FormsAreWrittenAsDocumented) {
   EXPECT_EQ(ZTStringFromEdgeInsets({1, 2, 3, 4}), "{1, 2, 3, 4}");
   EXPECT_EQ(ZTStringFromAffineTransform(ZTAffineTransformIdentity), "[1, 0, 0, 1, 0, 0]");
   EXPECT_EQ(ZTStringFromRect(ZTRectNull), "{{inf, inf}, {0, 0}}");
+}
+
+template <class T>
+std::string streamed(const T& value) {
+  std::ostringstream stream;
+  stream << value;
+  return stream.str();
+}
+
+TEST(GeometryText, StreamsAndFormattersWriteTheTextForms) {
+  const ZTRect rect = ZTRectMake(0.1, -2.5, 1e300, std::numeric_limits<double>::infinity());
+  EXPECT_EQ(streamed(ZTPoint{0.1, -2.5}), "{0.1, -2.5}");
+  EXPECT_EQ(streamed(ZTSize{3, 4}), ZTStringFromSize({3, 4}));
+  EXPECT_EQ(streamed(rect), "{{0.1, -2.5}, {1e+300, inf}}");
+  EXPECT_EQ(streamed(ZTEdgeInsetsNull), ZTStringFromEdgeInsets(ZTEdgeInsetsNull));
+  EXPECT_EQ(streamed(ZTAffineTransformMake(1, 0, -0.0, 1, 5, 6)), "[1, 0, -0, 1, 5, 6]");
+  EXPECT_EQ(streamed(ZTLineMake({1, 2}, {3, 4})), "{{1, 2}, {3, 4}}");
+  // The stream's own number settings do not apply: the form is fixed.
+  std::ostringstream stream;
+  stream << std::fixed << ZTPoint{1.5, 2};
+  EXPECT_EQ(stream.str(), "{1.5, 2}");
+#if defined(__cpp_lib_format)
+  EXPECT_EQ(std::format("{}", rect), ZTStringFromRect(rect));
+  EXPECT_EQ(std::format("[{:>10}]", ZTPoint{1, 2}), "[    {1, 2}]");
+#endif
 }
 
 TEST(GeometryText, RoundTripsBitForBit) {

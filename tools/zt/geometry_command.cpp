@@ -1,5 +1,6 @@
 // `zt geometry`: rectangle arithmetic, fitting transforms, Bezier curves and the text forms that
-// carry geometry through dictionaries, on concrete values.
+// carry geometry through dictionaries, on concrete values (geometry values print their text forms
+// with <<).
 
 #include <iostream>
 
@@ -16,28 +17,28 @@ int runGeometryTour() {
   std::cout << "Geometry\n\n";
   const ZTRect page = ZTRectMake(0, 0, 200, 100);
   const ZTRect sidebar = ZTRectMake(150, 0, 100, 100);
-  std::cout << "1. " << ZTStringFromRect(page) << " minus the overlapping " << ZTStringFromRect(sidebar)
-            << "\n   leaves one rectangle: " << ZTStringFromRect(ZTRectSubstractIfUnambigous(page, sidebar)) << "\n";
+  std::cout << "1. " << page << " minus the overlapping " << sidebar
+            << "\n   leaves one rectangle: " << ZTRectSubstractIfUnambigous(page, sidebar) << "\n";
 
   const ZTRect hole = ZTRectMake(40, 30, 40, 40);
   const auto cells = ZTRectsByCuttingOutRectFromRect(page, hole);
-  std::cout << "2. Cutting the hole " << ZTStringFromRect(hole) << " out of the page leaves "
+  std::cout << "2. Cutting the hole " << hole << " out of the page leaves "
             << (cells ? cells->size() : 0) << " cells, row by row:\n";
   if (cells) {
-    for (const auto& cell : *cells) std::cout << "     " << ZTStringFromRect(cell) << "\n";
+    for (const auto& cell : *cells) std::cout << "     " << cell << "\n";
   }
 
   const ZTRect photo = ZTRectMake(0, 0, 400, 300);
   const ZTRect frame = ZTRectMake(0, 0, 200, 200);
   const auto fit = ZTTransformToFitRect(90, photo, ZTPoint{100, 100}, frame);
   std::cout << "3. A 400 x 300 photo turned a quarter and fitted into a 200 x 200 frame:\n   transform "
-            << ZTStringFromAffineTransform(fit) << ",\n   it lands on " << ZTStringFromRect(ZTRectApplyAffineTransform(photo, fit))
+            << fit << ",\n   it lands on " << ZTRectApplyAffineTransform(photo, fit)
             << "\n";
 
   auto curve = ZTBezierCurve::cubicBezierCurveWithStartPoint({0, 0}, {0, 100}, {100, 100}, {100, 0});
   std::cout << "4. A cubic curve from (0, 0) to (100, 0): control polygon " << curve->approximateLength()
             << " long, drawn in " << curve->suggestedNumberOfSegments() << " segments; its top is at "
-            << ZTStringFromPoint(curve->curvePointForParameter(0.5)) << ".\n";
+            << curve->curvePointForParameter(0.5) << ".\n";
 
   const auto boxed = ZTValueWithRect(ZTRectMake(1.5, 2, 3, 4));
   ZTValue document;

@@ -30,7 +30,8 @@ int runTextTour(const std::string& text) {
             << zt::copyZentrelStringWithFormat("%point, %d of %size pages, %s", ZTPoint{12.5, 40}, 75, ZTSize{210, 297}, std::string("ready"))
             << "\n";
   try {
-    (void)zt::copyZentrelStringWithFormat("%d items", std::string("five"));
+    // A literal format with a wrong argument does not compile; one given at run time is refused then.
+    (void)zt::copyZentrelStringWithFormat(zt::runtimeFormat("%d items"), std::string("five"));
   } catch (const std::exception& e) {
     std::cout << "   A wrong argument is refused, not guessed: " << e.what() << "\n";
   }

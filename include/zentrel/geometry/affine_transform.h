@@ -18,6 +18,24 @@ struct ZTAffineTransform {
   friend constexpr bool operator==(const ZTAffineTransform&, const ZTAffineTransform&) = default;
 };
 
+namespace zt::geometry_detail {
+inline std::string textForm(const ZTAffineTransform& t) {
+  std::string out;
+  zt::geometry_detail::appendList(out, '[', {t.a, t.b, t.c, t.d, t.tx, t.ty}, ']');
+  return out;
+}
+}  // namespace zt::geometry_detail
+
+// The text form ("[a, b, c, d, tx, ty]") on a stream, and through std::format where the library has it.
+template <class Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& stream, const ZTAffineTransform& t) {
+  return stream << zt::geometry_detail::textForm(t);
+}
+#if defined(__cpp_lib_format)
+template <>
+struct std::formatter<ZTAffineTransform> : zt::geometry_detail::TextFormFormatter<ZTAffineTransform, &zt::geometry_detail::textForm> {};
+#endif
+
 inline constexpr ZTAffineTransform ZTAffineTransformIdentity{1, 0, 0, 1, 0, 0};
 
 constexpr ZTAffineTransform ZTAffineTransformMake(double a, double b, double c, double d, double tx,

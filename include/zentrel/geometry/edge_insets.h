@@ -16,6 +16,24 @@ struct ZTEdgeInsets {
   friend constexpr bool operator==(const ZTEdgeInsets&, const ZTEdgeInsets&) = default;
 };
 
+namespace zt::geometry_detail {
+inline std::string textForm(const ZTEdgeInsets& insets) {
+  std::string out;
+  zt::geometry_detail::appendList(out, '{', {insets.top, insets.left, insets.bottom, insets.right}, '}');
+  return out;
+}
+}  // namespace zt::geometry_detail
+
+// The text form ("{top, left, bottom, right}") on a stream, and through std::format where the library has it.
+template <class Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& stream, const ZTEdgeInsets& insets) {
+  return stream << zt::geometry_detail::textForm(insets);
+}
+#if defined(__cpp_lib_format)
+template <>
+struct std::formatter<ZTEdgeInsets> : zt::geometry_detail::TextFormFormatter<ZTEdgeInsets, &zt::geometry_detail::textForm> {};
+#endif
+
 inline constexpr ZTEdgeInsets ZTEdgeInsetsZero{0, 0, 0, 0};
 inline constexpr ZTEdgeInsets ZTEdgeInsetsNull{HUGE_VAL, HUGE_VAL, HUGE_VAL, HUGE_VAL};  // +infinity
 

@@ -19,6 +19,28 @@ struct ZTLine {
   friend constexpr bool operator==(const ZTLine&, const ZTLine&) = default;
 };
 
+namespace zt::geometry_detail {
+inline std::string textForm(const ZTLine& line) {
+  std::string out;
+  out.push_back('{');
+  zt::geometry_detail::appendList(out, '{', {line.start.x, line.start.y}, '}');
+  out += ", ";
+  zt::geometry_detail::appendList(out, '{', {line.end.x, line.end.y}, '}');
+  out.push_back('}');
+  return out;
+}
+}  // namespace zt::geometry_detail
+
+// The text form ("{{x1, y1}, {x2, y2}}", start point first) on a stream, and through std::format where the library has it.
+template <class Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& stream, const ZTLine& line) {
+  return stream << zt::geometry_detail::textForm(line);
+}
+#if defined(__cpp_lib_format)
+template <>
+struct std::formatter<ZTLine> : zt::geometry_detail::TextFormFormatter<ZTLine, &zt::geometry_detail::textForm> {};
+#endif
+
 inline constexpr ZTPoint ZTPointNoIntersection{std::numeric_limits<double>::infinity(),
                                                std::numeric_limits<double>::infinity()};
 inline constexpr ZTLine ZTLineNone{ZTPointNoIntersection, ZTPointNoIntersection};

@@ -31,6 +31,28 @@ struct ZTRect {
   friend constexpr bool operator==(const ZTRect&, const ZTRect&) = default;
 };
 
+namespace zt::geometry_detail {
+inline std::string textForm(const ZTRect& rect) {
+  std::string out;
+  out.push_back('{');
+  zt::geometry_detail::appendList(out, '{', {rect.origin.x, rect.origin.y}, '}');
+  out += ", ";
+  zt::geometry_detail::appendList(out, '{', {rect.size.width, rect.size.height}, '}');
+  out.push_back('}');
+  return out;
+}
+}  // namespace zt::geometry_detail
+
+// The text form ("{{x, y}, {width, height}}") on a stream, and through std::format where the library has it.
+template <class Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& stream, const ZTRect& rect) {
+  return stream << zt::geometry_detail::textForm(rect);
+}
+#if defined(__cpp_lib_format)
+template <>
+struct std::formatter<ZTRect> : zt::geometry_detail::TextFormFormatter<ZTRect, &zt::geometry_detail::textForm> {};
+#endif
+
 inline constexpr ZTRect ZTRectZero{{0, 0}, {0, 0}};
 inline constexpr ZTRect ZTRectNull{{std::numeric_limits<double>::infinity(), std::numeric_limits<double>::infinity()},
                                    {0, 0}};
