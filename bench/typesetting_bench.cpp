@@ -38,6 +38,7 @@ class PangoPeer {
     cairo_font_options_set_hint_metrics(options, CAIRO_HINT_METRICS_OFF);
     pango_cairo_context_set_font_options(context_, options);
     cairo_font_options_destroy(options);
+    pango_context_set_round_glyph_positions(context_, FALSE);
     layout_ = pango_layout_new(context_);
     PangoFontDescription* description = pango_font_description_from_string("sans-serif");
     pango_font_description_set_absolute_size(description, kFontSize * PANGO_SCALE);

@@ -112,25 +112,45 @@ bool drawable(cairo_t* context, const std::vector<PangoFont*>& fonts) {
   return true;
 }
 
-// The lines of a drawing, each holding its layout until drawn.
+// The lines of a drawing, each holding its layout until drawn, as long as they are not too many:
+// past kMostHeldBytes of text they are let go, to be laid out again as they are drawn.
 class HeldLines {
  public:
+  static constexpr std::size_t kMostHeldBytes = 64 * 1024;
+
   HeldLines() = default;
   HeldLines(const HeldLines&) = delete;
   HeldLines& operator=(const HeldLines&) = delete;
-  ~HeldLines() {
-    for (const internal::LaidLine& line : lines_) {
-      if (line.layout) g_object_unref(line.layout);
-    }
-  }
+  ~HeldLines() { release(); }
+
   void add(const internal::LaidLine& line) {
+    if (!complete_) return;
+    std::size_t bytes = line.layoutLine ? static_cast<std::size_t>(line.layoutLine->length) : 0;
+    for (std::string_view piece : line.pieces) bytes += piece.size();
+    heldBytes_ += bytes;
+    if (heldBytes_ > kMostHeldBytes) {
+      release();
+      complete_ = false;
+      return;
+    }
     lines_.push_back(line);
     if (line.layout) g_object_ref(line.layout);
   }
+  // Whether every line is held.
+  bool complete() const { return complete_; }
   const std::vector<internal::LaidLine>& lines() const { return lines_; }
 
  private:
+  void release() {
+    for (const internal::LaidLine& line : lines_) {
+      if (line.layout) g_object_unref(line.layout);
+    }
+    lines_.clear();
+  }
+
   std::vector<internal::LaidLine> lines_;
+  std::size_t heldBytes_ = 0;
+  bool complete_ = true;
 };
 
 // Draws a line whose visible part starts at `left`, on the baseline.
@@ -204,11 +224,18 @@ ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const 
   const bool limitedWidth = std::isfinite(rect.size.width) && rect.size.width > 0;
   const bool limitedHeight = std::isfinite(rect.size.height) && rect.size.height > 0;
   const internal::CleanText clean(text);
-  internal::TextLayout layout(*f, limitedWidth ? rect.size.width : 0, lineBreakMode);
+  const double maxWidth = limitedWidth ? rect.size.width : 0;
+  const std::size_t maxLines = linesFitting(rect.size.height, *f);
+  // Every font of the text is checked at the context's scale before anything is drawn.
+  internal::TextLayout layout(*f, maxWidth, lineBreakMode);
   layout.collectFonts(true);
   HeldLines held;
-  layout.run(clean.view(), linesFitting(rect.size.height, *f), [&](const internal::LaidLine& line) { held.add(line); });
-  if (held.lines().empty() || !drawable(context, layout.fonts())) return {};
+  std::size_t lines = 0;
+  layout.run(clean.view(), maxLines, [&](const internal::LaidLine& line) {
+    held.add(line);
+    ++lines;
+  });
+  if (lines == 0 || !drawable(context, layout.fonts())) return {};
 
   cairo_save(context);
   if (limitedWidth && limitedHeight) {
@@ -217,7 +244,14 @@ ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const 
   }
   double widest = 0;
   double baseline = rect.origin.y + f->ascender();
-  for (const internal::LaidLine& line : held.lines()) {
+  // Lines well outside the clip are counted, not drawn (a margin of two lines for fallback glyphs
+  // taller than the font's own).
+  double clipTop = 0;
+  double clipBottom = 0;
+  double ignored = 0;
+  cairo_clip_extents(context, &ignored, &clipTop, &ignored, &clipBottom);
+  const double margin = 2 * std::max(f->lineHeight(), f->pointSize());
+  auto draw = [&](const internal::TextLayout& source, const internal::LaidLine& line) {
     double left = rect.origin.x;
     ZTTextAlignment side = alignment;
     if (side == ZTTextAlignment::Natural || side == ZTTextAlignment::Justified) {
@@ -227,13 +261,19 @@ ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const 
       left += rect.size.width - line.width;
     else if (limitedWidth && side == ZTTextAlignment::Center)
       left += (rect.size.width - line.width) / 2;
-    drawLine(context, layout, line, left, baseline);
+    if (baseline + margin >= clipTop && baseline - margin <= clipBottom) drawLine(context, source, line, left, baseline);
     widest = std::max(widest, line.width);
     baseline += f->lineHeight();
+  };
+  if (held.complete()) {
+    for (const internal::LaidLine& line : held.lines()) draw(layout, line);
+  } else {
+    internal::TextLayout again(*f, maxWidth, lineBreakMode);
+    again.run(clean.view(), maxLines, [&](const internal::LaidLine& line) { draw(again, line); });
   }
   cairo_restore(context);
   if (cairo_status(context) != CAIRO_STATUS_SUCCESS) return {};
-  return sizeOf(widest, held.lines().size(), *f);
+  return sizeOf(widest, lines, *f);
 }
 
 std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBreakMode lineBreakMode,

@@ -297,6 +297,10 @@ void TextLayout::emitLine(PangoLayout* layout, PangoLayoutLine* line, bool parag
 
 bool TextLayout::layParagraph(std::string_view paragraph, std::size_t maxLines, std::size_t& emitted,
                               const std::function<void(const LaidLine&)>& visit) {
+  if (paragraph.empty()) {  // an empty line, without asking Pango (a text may hold millions)
+    visit(LaidLine{});
+    return ++emitted < maxLines;
+  }
   const bool rightToLeft = isRightToLeft(paragraph);
   const bool wraps = maxWidth_ > 0 && wrapping();
   const bool truncates = maxWidth_ > 0 && (mode_ == ZTLineBreakMode::ByTruncatingHead ||

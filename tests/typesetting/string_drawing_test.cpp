@@ -579,6 +579,17 @@ TEST(Drawing, LongLinesDrawWhatTheClipShows) {
   EXPECT_TRUE(canvas.inked(0, 0, 30, 40));
   EXPECT_TRUE(canvas.inked(270, 0, 300, 40));
   EXPECT_EQ(cairo_status(canvas.context), CAIRO_STATUS_SUCCESS);
+  {
+    // More text than a drawing keeps laid out at once (it is laid out again as it is drawn), in
+    // paragraphs, wrapped, without a height limit: every line counts, the first ones show.
+    const std::string text = sentences(800) + "\n\n" + sentences(800);
+    Canvas tall(300, 100);
+    const ZTSize size = ztDrawInRect(text, tall.context, ZTRect{{0, 0}, {300, 0}}, font, ZTLineBreakMode::ByWordWrapping);
+    EXPECT_EQ(size.height, ztSizeWithFont(text, font, ZTSize{300, 0}).height);
+    EXPECT_GT(size.height, 1600 * font->lineHeight());
+    EXPECT_TRUE(tall.inked(0, 0, 100, 100));
+    EXPECT_EQ(cairo_status(tall.context), CAIRO_STATUS_SUCCESS);
+  }
 }
 
 TEST(Concurrency, OneFontAndTheSharedSetsServeManyThreads) {
