@@ -89,7 +89,7 @@ bool isContinuationByte(char c) { return (static_cast<unsigned char>(c) & 0xC0) 
 // longer than 256 bytes) at the last code point boundary. Never 0, as the limit is at least 64.
 std::size_t cutBefore(std::string_view text, std::size_t limit) {
   for (std::size_t i = limit; i > limit / 2; --i) {
-    if (text[i - 1] == ' ' && !isContinuationByte(text[i])) return i;
+    if (text[i - 1] == ' ') return i;
   }
   std::size_t cut = limit;
   while (cut > 0 && isContinuationByte(text[cut])) --cut;
