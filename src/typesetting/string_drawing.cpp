@@ -173,16 +173,15 @@ void drawLine(cairo_t* context, const internal::TextLayout& layout, const intern
   double x = line.rightToLeft ? left + line.width : left;
   for (std::string_view text : line.pieces) {
     if (line.rightToLeft ? x < clipLeft : x > clipRight) break;
-    PangoLayout* piece = layout.layOutPiece(text, line.rightToLeft);
+    const internal::LayoutRef piece = layout.layOutPiece(text, line.rightToLeft);
     int width = 0;
-    pango_layout_get_size(piece, &width, nullptr);
+    pango_layout_get_size(piece.get(), &width, nullptr);
     const double start = line.rightToLeft ? x - points(width) : x;
     if (start <= clipRight && start + points(width) >= clipLeft) {
       cairo_move_to(context, start, baseline);
-      pango_cairo_show_layout_line(context, pango_layout_get_line_readonly(piece, 0));
+      pango_cairo_show_layout_line(context, pango_layout_get_line_readonly(piece.get(), 0));
     }
     x = line.rightToLeft ? start : start + points(width);
-    g_object_unref(piece);
   }
 }
 

@@ -204,17 +204,17 @@ TextLayout::~TextLayout() {
   for (PangoFont* font : fonts_) g_object_unref(font);
 }
 
-PangoLayout* TextLayout::newLayout(bool rightToLeft) const {
-  PangoLayout* layout = pango_layout_new(threadContext(rightToLeft));
-  pango_layout_set_auto_dir(layout, FALSE);
-  pango_layout_set_font_description(layout, ZTFontAccess::impl(font_).description);
+LayoutRef TextLayout::newLayout(bool rightToLeft) const {
+  LayoutRef layout(pango_layout_new(threadContext(rightToLeft)));
+  pango_layout_set_auto_dir(layout.get(), FALSE);
+  pango_layout_set_font_description(layout.get(), ZTFontAccess::impl(font_).description);
   return layout;
 }
 
-PangoLayout* TextLayout::layOutPiece(std::string_view piece, bool rightToLeft, bool singleParagraph) const {
-  PangoLayout* layout = newLayout(rightToLeft);
-  pango_layout_set_single_paragraph_mode(layout, singleParagraph);
-  setText(layout, piece);
+LayoutRef TextLayout::layOutPiece(std::string_view piece, bool rightToLeft, bool singleParagraph) const {
+  LayoutRef layout = newLayout(rightToLeft);
+  pango_layout_set_single_paragraph_mode(layout.get(), singleParagraph);
+  setText(layout.get(), piece);
   return layout;
 }
 
@@ -229,13 +229,12 @@ void TextLayout::noteFonts(PangoLayoutLine* line) {
 }
 
 double TextLayout::pieceWidth(std::string_view piece, bool rightToLeft) {
-  PangoLayout* layout = layOutPiece(piece, rightToLeft);
+  const LayoutRef layout = layOutPiece(piece, rightToLeft);
   int width = 0;
-  pango_layout_get_size(layout, &width, nullptr);
-  for (GSList* line = pango_layout_get_lines_readonly(layout); line; line = line->next) {
+  pango_layout_get_size(layout.get(), &width, nullptr);
+  for (GSList* line = pango_layout_get_lines_readonly(layout.get()); line; line = line->next) {
     noteFonts(static_cast<PangoLayoutLine*>(line->data));
   }
-  g_object_unref(layout);
   return points(width);
 }
 
@@ -318,26 +317,26 @@ bool TextLayout::layParagraph(std::string_view paragraph, std::size_t maxLines, 
       chunk.append(paragraph.substr(position, take));
       position += take;
       const bool last = position == paragraph.size();
-      PangoLayout* layout = newLayout(rightToLeft);
-      pango_layout_set_width(layout, pangoUnits(maxWidth_));
-      pango_layout_set_wrap(layout, mode_ == ZTLineBreakMode::ByWordWrapping ? PANGO_WRAP_WORD_CHAR : PANGO_WRAP_CHAR);
-      setText(layout, chunk);
+      const LayoutRef layout = newLayout(rightToLeft);
+      pango_layout_set_width(layout.get(), pangoUnits(maxWidth_));
+      pango_layout_set_wrap(layout.get(),
+                            mode_ == ZTLineBreakMode::ByWordWrapping ? PANGO_WRAP_WORD_CHAR : PANGO_WRAP_CHAR);
+      setText(layout.get(), chunk);
       int carryFrom = 0;
       bool full = false;
-      for (GSList* item = pango_layout_get_lines_readonly(layout); item; item = item->next) {
+      for (GSList* item = pango_layout_get_lines_readonly(layout.get()); item; item = item->next) {
         auto* line = static_cast<PangoLayoutLine*>(item->data);
         const bool final = item->next == nullptr;
         if (final && !last) {
           carryFrom = line->start_index;
           break;
         }
-        emitLine(layout, line, rightToLeft, visit);
+        emitLine(layout.get(), line, rightToLeft, visit);
         if (++emitted >= maxLines) {
           full = true;
           break;
         }
       }
-      g_object_unref(layout);
       if (last || full) return !full;
       chunk.erase(0, static_cast<std::size_t>(carryFrom));
     }
@@ -347,14 +346,13 @@ bool TextLayout::layParagraph(std::string_view paragraph, std::size_t maxLines, 
                                       : mode_ == ZTLineBreakMode::ByTruncatingTail ? PANGO_ELLIPSIZE_END
                                                                                    : PANGO_ELLIPSIZE_MIDDLE;
   auto oneLine = [&](std::string_view text, bool ellipsized) {
-    PangoLayout* layout = newLayout(rightToLeft);
+    const LayoutRef layout = newLayout(rightToLeft);
     if (ellipsized) {
-      pango_layout_set_width(layout, pangoUnits(maxWidth_));
-      pango_layout_set_ellipsize(layout, ellipsis);
+      pango_layout_set_width(layout.get(), pangoUnits(maxWidth_));
+      pango_layout_set_ellipsize(layout.get(), ellipsis);
     }
-    setText(layout, text);
-    emitLine(layout, pango_layout_get_line_readonly(layout, 0), rightToLeft, visit);
-    g_object_unref(layout);
+    setText(layout.get(), text);
+    emitLine(layout.get(), pango_layout_get_line_readonly(layout.get(), 0), rightToLeft, visit);
     return ++emitted < maxLines;
   };
   if (paragraph.size() <= pieceBytes_) return oneLine(paragraph, truncates);
@@ -389,9 +387,8 @@ bool TextLayout::layParagraph(std::string_view paragraph, std::size_t maxLines, 
   laid.pieces = all;
   for (std::string_view piece : all) laid.width += pieceWidth(piece, rightToLeft);
   if (wrapping()) {
-    PangoLayout* last = layOutPiece(all.back(), rightToLeft);
-    const double hanging = points(hangingWidth(last, pango_layout_get_line_readonly(last, 0)));
-    g_object_unref(last);
+    const LayoutRef last = layOutPiece(all.back(), rightToLeft);
+    const double hanging = points(hangingWidth(last.get(), pango_layout_get_line_readonly(last.get(), 0)));
     laid.width = std::max(0.0, laid.width - hanging);
     laid.hangingWidth = hanging;
   }
@@ -416,10 +413,9 @@ double advanceWidth(const ZTFont& font, std::string_view text) {
       static_cast<std::size_t>(std::max(64.0, std::floor(kPieceWidth / (kEmsPerByte * font.pointSize()))));
   while (!rest.empty()) {
     const std::size_t take = rest.size() <= pieceBytes ? rest.size() : cutBefore(rest, pieceBytes);
-    PangoLayout* piece = layout.layOutPiece(rest.substr(0, take), false, true);
+    const LayoutRef piece = layout.layOutPiece(rest.substr(0, take), false, true);
     int w = 0;
-    pango_layout_get_size(piece, &w, nullptr);
-    g_object_unref(piece);
+    pango_layout_get_size(piece.get(), &w, nullptr);
     width += points(w);
     rest.remove_prefix(take);
   }

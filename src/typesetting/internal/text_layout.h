@@ -16,6 +16,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,6 +27,12 @@
 namespace zt::internal {
 
 inline constexpr double kMaximumLineWidth = 1e6;
+
+// A reference to a Pango layout, given back when it goes.
+struct LayoutRelease {
+  void operator()(PangoLayout* layout) const { g_object_unref(layout); }
+};
+using LayoutRef = std::unique_ptr<PangoLayout, LayoutRelease>;
 
 // The text as Pango takes it: valid UTF-8 without NUL. Each invalid sequence (a maximal subpart,
 // as ICU counts them) and each NUL becomes U+FFFD. Views the original when it needs no change.
@@ -70,12 +77,12 @@ class TextLayout {
   void collectFonts(bool collect) { collectFonts_ = collect; }
   const std::vector<PangoFont*>& fonts() const { return fonts_; }
 
-  // One piece of a long unwrapped line, laid out on one line (a new reference). In a single
-  // paragraph, line break characters are characters.
-  PangoLayout* layOutPiece(std::string_view piece, bool rightToLeft, bool singleParagraph = false) const;
+  // One piece of a long unwrapped line, laid out on one line. In a single paragraph, line break
+  // characters are characters.
+  LayoutRef layOutPiece(std::string_view piece, bool rightToLeft, bool singleParagraph = false) const;
 
  private:
-  PangoLayout* newLayout(bool rightToLeft) const;
+  LayoutRef newLayout(bool rightToLeft) const;
   bool layParagraph(std::string_view paragraph, std::size_t maxLines, std::size_t& emitted,
                     const std::function<void(const LaidLine&)>& visit);
   bool wrapping() const {
