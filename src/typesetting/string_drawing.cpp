@@ -327,18 +327,52 @@ std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBrea
   const double available = width - measuredWidth(ellipsis);
   double unit = f.boundingBox().size.width;
   if (!(unit > 0)) unit = f.pointSize();
-  for (std::int64_t turns = std::int64_t{work.length()} + 1; turns > 0 && !work.isEmpty(); --turns) {
+  const icu::UnicodeString original = work;
+  int32_t kept = work.length();  // the text is the first `kept` units of the original
+  // The length after one turn that drops n units from `length` (all of them if n is too many).
+  auto afterCut = [&original](int32_t length, double n) {
+    return n <= length ? internal::adjustCutToCodePoint(original, length - static_cast<int32_t>(n), true) : 0;
+  };
+  auto widthOfFirst = [&](int32_t length) { return measuredWidth(icu::UnicodeString(original, 0, length)); };
+  for (std::int64_t turns = std::int64_t{kept} + 1; turns > 0 && kept > 0; --turns) {
     const double over = current - available;
     const double n = std::round(over / unit);
-    if (over >= 0 && n <= work.length()) {
-      const int32_t cut = internal::adjustCutToCodePoint(work, work.length() - static_cast<int32_t>(n), true);
-      work.truncate(cut);
-    } else {
-      work.remove();
+    const int32_t before = kept;
+    kept = over >= 0 ? afterCut(kept, n) : 0;
+    const double measured = widthOfFirst(kept);
+    if (!(over > 0 && n != 0)) {
+      current = measured;
+      break;
     }
-    current = measuredWidth(work);
-    if (!(over > 0 && n != 0)) break;
+    if (measured == current && kept > 0 && kept < before) {
+      // The cut took away nothing visible (zero-width characters): the procedure repeats the same
+      // cut, turn after turn, as long as the width stays. Those turns are found by bisection over
+      // their number, as the width of a prefix only shrinks with it, instead of one measurement
+      // each (a long run of such characters made this quadratic).
+      std::vector<int32_t> lengths{kept};
+      while (lengths.back() > 0 && static_cast<std::int64_t>(lengths.size()) < turns) {
+        lengths.push_back(afterCut(lengths.back(), n));
+      }
+      std::size_t same = 0;  // lengths[same] still measures `current`
+      std::size_t differs = lengths.size();
+      while (differs - same > 1) {
+        const std::size_t middle = same + (differs - same) / 2;
+        if (widthOfFirst(lengths[middle]) == current)
+          same = middle;
+        else
+          differs = middle;
+      }
+      turns -= static_cast<std::int64_t>(same);
+      kept = lengths[same];
+      if (differs == lengths.size()) continue;  // the width never changed within the bound
+      kept = lengths[differs];
+      turns -= 1;
+      current = widthOfFirst(kept);
+      continue;
+    }
+    current = measured;
   }
+  work = icu::UnicodeString(original, 0, kept);
   work.append(ellipsis);
   return internal::toUTF8(work);
 }

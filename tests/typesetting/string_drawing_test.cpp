@@ -272,6 +272,27 @@ TEST(BreakToWidth, WidthsTooSmallForTheEllipsisEndTheProcedure) {
   }
 }
 
+TEST(BreakToWidth, InvisibleCharactersAtTheEndTakeNoMeasurementEach) {
+  // Each turn of the tail procedure drops over / bounding-box width units; when they have no
+  // width the overshoot stays and the next turn drops as many again: 20,000 zero-width spaces
+  // once took that many measurements of the whole text.
+  auto font = testFont(13);
+  ASSERT_TRUE(font);
+  std::string text(60, 'W');
+  for (int i = 0; i < 20000; ++i) text += "\u200B";
+  const auto result = returnsWithin<std::string>(std::chrono::seconds(3), [=] {
+    return stringByBreakToWidth(text, 300, ZTLineBreakMode::ByTruncatingTail, font);
+  });
+  ASSERT_TRUE(result) << "tail truncation of 20,000 zero-width spaces takes more than 3 s";
+  // What the procedure keeps: as many W as leave an overshoot below half a bounding box.
+  ASSERT_TRUE(result->ends_with("\u2026"));
+  const std::string kept = result->substr(0, result->size() - 3);
+  EXPECT_TRUE(text.starts_with(kept));
+  EXPECT_EQ(kept.find("\u200B"), std::string::npos);
+  EXPECT_LT(widthOf(*result, font), 300 + font->boundingBox().size.width / 2 + 1);
+  EXPECT_GT(widthOf(*result, font) + font->boundingBox().size.width, 299);
+}
+
 TEST(BreakToWidth, NegativeWidthOrNoFontShortensByLength) {
   const std::string thirty = "abcdefghijklmnopqrstuvwxyz0123";
   EXPECT_EQ(stringByBreakToWidth(thirty, 20.7, ZTLineBreakMode::ByTruncatingTail, nullptr),
