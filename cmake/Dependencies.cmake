@@ -7,6 +7,7 @@ find_package(nlohmann_json 3 REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(ZT_ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(ZT_FONTS REQUIRED IMPORTED_TARGET fontconfig freetype2 harfbuzz cairo)
+pkg_check_modules(ZT_PANGO REQUIRED IMPORTED_TARGET pangocairo pangoft2)
 pkg_check_modules(ZT_PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
 
 find_path(ZT_ASIO_INCLUDE_DIR asio.hpp REQUIRED)
@@ -50,6 +51,8 @@ zt_describe_dependency(PkgConfig::ZT_ICU PKG_CONFIG icu-uc icu-i18n
   FIND "pkg_check_modules(ZT_ICU QUIET IMPORTED_TARGET icu-uc icu-i18n)")
 zt_describe_dependency(PkgConfig::ZT_FONTS PKG_CONFIG fontconfig freetype2 harfbuzz cairo
   FIND "pkg_check_modules(ZT_FONTS QUIET IMPORTED_TARGET fontconfig freetype2 harfbuzz cairo)")
+zt_describe_dependency(PkgConfig::ZT_PANGO PKG_CONFIG pangocairo pangoft2
+  FIND "pkg_check_modules(ZT_PANGO QUIET IMPORTED_TARGET pangocairo pangoft2)")
 zt_describe_dependency(PkgConfig::ZT_PLIST PKG_CONFIG libplist-2.0
   FIND "pkg_check_modules(ZT_PLIST QUIET IMPORTED_TARGET libplist-2.0)")
 

@@ -3,13 +3,15 @@
 #include <cairo-ft.h>
 #include <fontconfig/fontconfig.h>
 #include <ft2build.h>
+#include <pango/pangofc-fontmap.h>
 
-#include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <string>
 #include FT_FREETYPE_H
 
 #include "typesetting/internal/font_impl.h"
+#include "typesetting/internal/text_layout.h"
 #include "zentrel/platform/mutex.h"
 #include "zentrel/platform/value.h"
 
@@ -51,11 +53,22 @@ const cairo_user_data_key_t kFaceKey{};
 
 void releaseFreeTypeFace(void* face) { FreeTypeLibrary::shared().closeFace(static_cast<FT_Face>(face)); }
 
-std::shared_ptr<ZTFont> failure(ZTError* error, const std::string& message) {
+constexpr std::int64_t kFileReadNoSuchFileError = 260;
+constexpr std::int64_t kValidationError = 1024;
+
+std::shared_ptr<ZTFont> failure(ZTError* error, const std::string& message,
+                                std::int64_t code = kFileReadNoSuchFileError) {
   ZTValue info = ZTValue::dictionary();
   info[ZTLocalizedDescriptionKey] = message;
-  ZTSetError(error, ZTError(ZTCocoaErrorDomain, 260, std::move(info)));
+  ZTSetError(error, ZTError(ZTCocoaErrorDomain, code, std::move(info)));
   return nullptr;
+}
+
+// The shortest text that reads back as the number, whatever the locale.
+std::string numberText(double value) {
+  char buffer[32];
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+  return std::string(buffer, result.ptr);
 }
 
 }  // namespace
@@ -65,8 +78,12 @@ ZTFont::ZTFont(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 ZTFont::~ZTFont() = default;
 
 std::shared_ptr<ZTFont> ZTFont::create(std::string_view family, double pointSize, ZTError* error) {
-  if (!(pointSize > 0) || !std::isfinite(pointSize)) {
-    return failure(error, "A font size must be a positive number of points, not " + std::to_string(pointSize) + ".");
+  // Written so that NaN fails too.
+  if (!(pointSize >= kMinimumPointSize && pointSize <= kMaximumPointSize)) {
+    return failure(error,
+                   "A font size must be between " + numberText(kMinimumPointSize) + " and " +
+                       numberText(kMaximumPointSize) + " points, not " + numberText(pointSize) + ".",
+                   kValidationError);
   }
   static const bool fontconfigReady = FcInit() == FcTrue;
   if (!fontconfigReady) return failure(error, "fontconfig could not be initialised.");
@@ -95,19 +112,20 @@ std::shared_ptr<ZTFont> ZTFont::create(std::string_view family, double pointSize
     impl->family = reinterpret_cast<const char*>(matchedFamily);
   }
   FcPatternGetInteger(match, FC_INDEX, 0, &index);
+  impl->description = pango_fc_font_description_from_pattern(match, FALSE);
   FcPatternDestroy(match);
+  pango_font_description_set_absolute_size(impl->description, pointSize * PANGO_SCALE);
 
   FT_Face face = FreeTypeLibrary::shared().openFace(impl->path, index);
   if (!face) return failure(error, "The font file \"" + impl->path + "\" could not be read.");
   const double unitsPerEm = face->units_per_EM ? face->units_per_EM : 1000.0;
+  const double scale = pointSize / unitsPerEm;
   impl->size = pointSize;
-  impl->scale = pointSize / unitsPerEm;
-  impl->ascender = face->ascender * impl->scale;
-  impl->descender = face->descender * impl->scale;
-  impl->lineHeight = face->height * impl->scale;
-  impl->boundingBox =
-      ZTRect{{face->bbox.xMin * impl->scale, face->bbox.yMin * impl->scale},
-             {(face->bbox.xMax - face->bbox.xMin) * impl->scale, (face->bbox.yMax - face->bbox.yMin) * impl->scale}};
+  impl->ascender = face->ascender * scale;
+  impl->descender = face->descender * scale;
+  impl->lineHeight = face->height * scale;
+  impl->boundingBox = ZTRect{{face->bbox.xMin * scale, face->bbox.yMin * scale},
+                             {(face->bbox.xMax - face->bbox.xMin) * scale, (face->bbox.yMax - face->bbox.yMin) * scale}};
   if (impl->family.empty() && face->family_name) impl->family = face->family_name;
 
   // cairo keeps the FreeType face until its own face goes: the face is released with it.
@@ -120,16 +138,6 @@ std::shared_ptr<ZTFont> ZTFont::create(std::string_view family, double pointSize
     return failure(error, "cairo could not use the font file \"" + impl->path + "\".");
   }
 
-  hb_blob_t* blob = hb_blob_create_from_file(impl->path.c_str());
-  hb_face_t* hbFace = hb_face_create(blob, static_cast<unsigned>(index));
-  hb_blob_destroy(blob);
-  impl->hbFont = hb_font_create(hbFace);
-  hb_face_destroy(hbFace);
-  if (hb_face_get_glyph_count(hb_font_get_face(impl->hbFont)) == 0) {
-    return failure(error, "HarfBuzz could not read the font file \"" + impl->path + "\".");
-  }
-  hb_font_set_scale(impl->hbFont, static_cast<int>(unitsPerEm), static_cast<int>(unitsPerEm));
-  hb_font_make_immutable(impl->hbFont);
   return std::shared_ptr<ZTFont>(new ZTFont(std::move(impl)));
 }
 
@@ -146,42 +154,4 @@ double ZTFont::lineHeight() const { return impl_->lineHeight; }
 ZTRect ZTFont::boundingBox() const { return impl_->boundingBox; }
 cairo_font_face_t* ZTFont::cairoFontFace() const { return impl_->cairoFace; }
 
-double ZTFont::advanceWidth(std::string_view text) const { return zt::internal::shape(*this, text, nullptr); }
-
-namespace zt::internal {
-
-double shape(const ZTFont& font, std::string_view text, std::vector<ShapedGlyph>* glyphs) {
-  if (text.empty()) return 0;
-  const auto& impl = ZTFontAccess::impl(font);
-  hb_buffer_t* buffer = hb_buffer_create();
-  // HarfBuzz takes int lengths: a longer line is measured in pieces.
-  double width = 0;
-  std::size_t offset = 0;
-  while (offset < text.size()) {
-    const std::size_t piece = std::min<std::size_t>(text.size() - offset, 1u << 30);
-    hb_buffer_clear_contents(buffer);
-    hb_buffer_add_utf8(buffer, text.data() + offset, static_cast<int>(piece), 0, static_cast<int>(piece));
-    hb_buffer_guess_segment_properties(buffer);
-    hb_shape(impl.hbFont, buffer, nullptr, 0);
-    unsigned int count = 0;
-    const hb_glyph_info_t* info = hb_buffer_get_glyph_infos(buffer, &count);
-    const hb_glyph_position_t* positions = hb_buffer_get_glyph_positions(buffer, &count);
-    if (glyphs) glyphs->reserve(glyphs->size() + count);
-    hb_position_t pen = 0;
-    hb_position_t penY = 0;
-    for (unsigned int i = 0; i < count; ++i) {
-      if (glyphs) {
-        glyphs->push_back({info[i].codepoint, width + (pen + positions[i].x_offset) * impl.scale,
-                           -(penY + positions[i].y_offset) * impl.scale});
-      }
-      pen += positions[i].x_advance;
-      penY += positions[i].y_advance;
-    }
-    width += pen * impl.scale;
-    offset += piece;
-  }
-  hb_buffer_destroy(buffer);
-  return width;
-}
-
-}  // namespace zt::internal
+double ZTFont::advanceWidth(std::string_view text) const { return zt::internal::advanceWidth(*this, text); }

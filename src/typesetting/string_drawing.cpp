@@ -1,9 +1,8 @@
 #include "zentrel/typesetting/string_drawing.h"
 
 #include <cairo.h>
-#include <unicode/brkiter.h>
-#include <unicode/locid.h>
-#include <unicode/uchar.h>
+#include <hb-ot.h>
+#include <pango/pangocairo.h>
 
 #include <algorithm>
 #include <cmath>
@@ -16,6 +15,7 @@
 
 #include "text/internal/unicode.h"  // the text area's UTF-8 <-> ICU conversions (inline, ICU only)
 #include "typesetting/internal/font_impl.h"
+#include "typesetting/internal/text_layout.h"
 #include "zentrel/text/string_utilities.h"
 
 namespace zt {
@@ -23,201 +23,24 @@ namespace {
 
 constexpr std::string_view kEllipsis = "\u2026";
 
+// The ems a context can draw text at, in device pixels. FreeType renders at most 65,535 pixels
+// per em. Bitmap glyphs (colour emoji) are scaled as images in memory: 2,048 pixels per em take
+// some 40 MB and a fifth of a second, twice that four times as much; below a tenth of a pixel
+// cairo fails to scale them at all.
+constexpr double kLargestDeviceEm = 65535;
+constexpr double kLargestBitmapEm = 2048;
+constexpr double kSmallestBitmapEm = 0.1;
+
 const ZTFont* resolve(const std::shared_ptr<ZTFont>& font) {
   if (font) return font.get();
   static const std::shared_ptr<ZTFont> system = ZTFont::systemFontOfSize(12);
   return system.get();
 }
 
-struct Line {
-  std::string text;
-  double width;
-};
+double points(int pangoUnits) { return static_cast<double>(pangoUnits) / PANGO_SCALE; }
 
-// Paragraphs of a text: the pieces between line break characters ("\r\n" is one break).
-std::vector<std::string_view> paragraphs(std::string_view text) {
-  std::vector<std::string_view> out;
-  std::size_t start = 0;
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    std::size_t breakLength = 0;
-    if (c == '\n' || c == '\v' || c == '\f')
-      breakLength = 1;
-    else if (c == '\r')
-      breakLength = (i + 1 < text.size() && text[i + 1] == '\n') ? 2 : 1;
-    else if (c == 0xC2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) == 0x85)
-      breakLength = 2;
-    else if (c == 0xE2 && i + 2 < text.size() && static_cast<unsigned char>(text[i + 1]) == 0x80 &&
-             (static_cast<unsigned char>(text[i + 2]) == 0xA8 || static_cast<unsigned char>(text[i + 2]) == 0xA9))
-      breakLength = 3;
-    if (breakLength) {
-      out.push_back(text.substr(start, i - start));
-      i += breakLength;
-      start = i;
-    } else {
-      ++i;
-    }
-  }
-  out.push_back(text.substr(start));
-  return out;
-}
-
-class Layout {
- public:
-  Layout(const ZTFont& font, double maxWidth, ZTLineBreakMode mode)
-      : font_(font),
-        maxWidth_(maxWidth > 0 && std::isfinite(maxWidth) ? maxWidth : std::numeric_limits<double>::infinity()),
-        mode_(mode) {}
-
-  std::vector<Line> run(std::string_view text, std::size_t maxLines) {
-    std::vector<Line> lines;
-    if (text.empty()) return lines;
-    for (std::string_view paragraph : paragraphs(text)) {
-      if (lines.size() >= maxLines) break;
-      layParagraph(internal::toUnicode(paragraph), lines, maxLines);
-    }
-    return lines;
-  }
-
- private:
-  double width(const icu::UnicodeString& text) const { return internal::shape(font_, internal::toUTF8(text), nullptr); }
-
-  // Width of a piece of a wrapped line: trailing white space hangs outside the line.
-  double wrappedWidth(const icu::UnicodeString& paragraph, int32_t start, int32_t end) const {
-    while (end > start && u_isWhitespace(paragraph.char32At(end - 1))) end = paragraph.moveIndex32(end, -1);
-    return width(icu::UnicodeString(paragraph, start, end - start));
-  }
-
-  void emit(std::vector<Line>& lines, const icu::UnicodeString& paragraph, int32_t start, int32_t end) const {
-    int32_t visibleEnd = end;
-    while (visibleEnd > start && u_isWhitespace(paragraph.char32At(visibleEnd - 1))) {
-      visibleEnd = paragraph.moveIndex32(visibleEnd, -1);
-    }
-    icu::UnicodeString text(paragraph, start, visibleEnd - start);
-    lines.push_back({internal::toUTF8(text), width(text)});
-  }
-
-  static std::vector<int32_t> boundaries(icu::BreakIterator* iterator, const icu::UnicodeString& text) {
-    std::vector<int32_t> out;
-    iterator->setText(text);
-    for (int32_t b = iterator->first(); b != icu::BreakIterator::DONE; b = iterator->next()) out.push_back(b);
-    return out;
-  }
-
-  static std::unique_ptr<icu::BreakIterator> iterator(bool words) {
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::BreakIterator> it(
-        words ? icu::BreakIterator::createLineInstance(icu::Locale::getRoot(), status)
-              : icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    if (U_FAILURE(status)) it.reset();
-    return it;
-  }
-
-  void layParagraph(const icu::UnicodeString& paragraph, std::vector<Line>& lines, std::size_t maxLines) {
-    const bool wraps = mode_ == ZTLineBreakMode::ByWordWrapping || mode_ == ZTLineBreakMode::ByCharWrapping;
-    if (!wraps || std::isinf(maxWidth_)) {
-      lines.push_back(truncated(paragraph));
-      return;
-    }
-    auto characters = iterator(false);
-    auto words = mode_ == ZTLineBreakMode::ByWordWrapping ? iterator(true) : nullptr;
-    if (!characters) {
-      lines.push_back({internal::toUTF8(paragraph), width(paragraph)});
-      return;
-    }
-    const std::vector<int32_t> graphemes = boundaries(characters.get(), paragraph);
-    const std::vector<int32_t> breaks = words ? boundaries(words.get(), paragraph) : graphemes;
-
-    int32_t lineStart = 0;
-    std::size_t k = 1;
-    int32_t fitted = 0;  // end of the longest run of whole segments that fits
-    while (k < breaks.size() && lines.size() < maxLines) {
-      const int32_t end = breaks[k];
-      if (wrappedWidth(paragraph, lineStart, end) <= maxWidth_) {
-        fitted = end;
-        ++k;
-        continue;
-      }
-      if (fitted > lineStart) {
-        emit(lines, paragraph, lineStart, fitted);
-        lineStart = fitted;
-        continue;
-      }
-      // A single segment wider than the line: break it between characters, at least one per line.
-      int32_t cut = lineStart;
-      for (int32_t g : graphemes) {
-        if (g <= lineStart) continue;
-        if (g > end) break;
-        if (cut > lineStart && wrappedWidth(paragraph, lineStart, g) > maxWidth_) break;
-        cut = g;
-      }
-      emit(lines, paragraph, lineStart, cut);
-      lineStart = cut;
-      fitted = cut;
-      if (cut >= end) ++k;
-    }
-    if (lineStart < paragraph.length() && lines.size() < maxLines)
-      emit(lines, paragraph, lineStart, paragraph.length());
-    if (paragraph.isEmpty() && lines.size() < maxLines) lines.push_back({"", 0});
-  }
-
-  // One paragraph on one line, shortened with an ellipsis when the mode truncates and it is too wide.
-  Line truncated(const icu::UnicodeString& paragraph) const {
-    const double full = width(paragraph);
-    const bool truncates = mode_ == ZTLineBreakMode::ByTruncatingHead || mode_ == ZTLineBreakMode::ByTruncatingTail ||
-                           mode_ == ZTLineBreakMode::ByTruncatingMiddle;
-    if (!truncates || full <= maxWidth_) return {internal::toUTF8(paragraph), full};
-    auto characters = iterator(false);
-    const std::vector<int32_t> g =
-        characters ? boundaries(characters.get(), paragraph) : std::vector<int32_t>{0, paragraph.length()};
-    const std::size_t count = g.size() - 1;
-    const icu::UnicodeString ellipsis = internal::toUnicode(kEllipsis);
-    auto candidate = [&](std::size_t kept) {
-      icu::UnicodeString out;
-      switch (mode_) {
-        case ZTLineBreakMode::ByTruncatingHead:
-          out = ellipsis;
-          out.append(paragraph, g[count - kept], paragraph.length() - g[count - kept]);
-          break;
-        case ZTLineBreakMode::ByTruncatingMiddle: {
-          const std::size_t head = (kept + 1) / 2;
-          const std::size_t tail = kept / 2;
-          out = icu::UnicodeString(paragraph, 0, g[head]);
-          out.append(ellipsis);
-          out.append(paragraph, g[count - tail], paragraph.length() - g[count - tail]);
-          break;
-        }
-        default:
-          out = icu::UnicodeString(paragraph, 0, g[kept]);
-          out.append(ellipsis);
-          break;
-      }
-      return out;
-    };
-    // The most characters that still fit, found by bisection (width grows with what is kept).
-    std::size_t low = 0;
-    std::size_t high = count - 1;
-    while (low < high) {
-      const std::size_t mid = (low + high + 1) / 2;
-      if (width(candidate(mid)) <= maxWidth_)
-        low = mid;
-      else
-        high = mid - 1;
-    }
-    const icu::UnicodeString best = candidate(low);
-    return {internal::toUTF8(best), width(best)};
-  }
-
-  const ZTFont& font_;
-  double maxWidth_;
-  ZTLineBreakMode mode_;
-};
-
-ZTSize sizeOf(const std::vector<Line>& lines, const ZTFont& font) {
-  double widest = 0;
-  for (const Line& line : lines) widest = std::max(widest, line.width);
-  return ZTSize{std::ceil(widest), std::ceil(static_cast<double>(lines.size()) * font.lineHeight())};
+ZTSize sizeOf(double widest, std::size_t lines, const ZTFont& font) {
+  return ZTSize{std::ceil(widest), std::ceil(static_cast<double>(lines) * font.lineHeight())};
 }
 
 std::size_t linesFitting(double height, const ZTFont& font) {
@@ -226,8 +49,140 @@ std::size_t linesFitting(double height, const ZTFont& font) {
   return fit < 1 ? 1 : static_cast<std::size_t>(std::min(fit, 1e15));
 }
 
-double measuredWidth(const ZTFont& font, const icu::UnicodeString& text) {
-  return std::ceil(internal::shape(font, internal::toUTF8(text), nullptr));
+ZTSize measure(std::string_view text, const ZTFont& font, double width, ZTLineBreakMode mode, std::size_t maxLines) {
+  const internal::CleanText clean(text);
+  internal::TextLayout layout(font, width, mode);
+  double widest = 0;
+  std::size_t lines = 0;
+  layout.run(clean.view(), maxLines, [&](const internal::LaidLine& line) {
+    widest = std::max(widest, line.width);
+    ++lines;
+  });
+  return sizeOf(widest, lines, font);
+}
+
+// Whether the font's glyphs are bitmaps (PNG strikes, or no outlines at all).
+bool hasBitmapGlyphs(PangoFont* font) {
+  hb_font_t* hbFont = pango_font_get_hb_font(font);
+  if (!hbFont) return false;
+  hb_face_t* face = hb_font_get_face(hbFont);
+  if (hb_ot_color_has_png(face)) return true;
+  auto hasTable = [face](hb_tag_t tag) {
+    hb_blob_t* table = hb_face_reference_table(face, tag);
+    const bool present = hb_blob_get_length(table) > 0;
+    hb_blob_destroy(table);
+    return present;
+  };
+  return !hasTable(HB_TAG('g', 'l', 'y', 'f')) && !hasTable(HB_TAG('C', 'F', 'F', ' ')) &&
+         !hasTable(HB_TAG('C', 'F', 'F', '2'));
+}
+
+// Whether every font can be drawn through the context's transformation (with the surface's
+// device scale): cairo is asked for each font at that scale before anything is drawn, since a
+// font that fails there would leave the context in an error state for good.
+bool drawable(cairo_t* context, const std::vector<PangoFont*>& fonts) {
+  cairo_matrix_t userToDevice;
+  cairo_get_matrix(context, &userToDevice);
+  double scaleX = 1;
+  double scaleY = 1;
+  cairo_surface_get_device_scale(cairo_get_target(context), &scaleX, &scaleY);
+  cairo_matrix_t deviceScale;
+  cairo_matrix_init_scale(&deviceScale, scaleX, scaleY);
+  cairo_matrix_multiply(&userToDevice, &userToDevice, &deviceScale);
+  userToDevice.x0 = userToDevice.y0 = 0;
+  for (PangoFont* font : fonts) {
+    cairo_scaled_font_t* scaled = pango_cairo_font_get_scaled_font(PANGO_CAIRO_FONT(font));
+    if (!scaled || cairo_scaled_font_status(scaled) != CAIRO_STATUS_SUCCESS) return false;
+    cairo_matrix_t fontMatrix;
+    cairo_scaled_font_get_font_matrix(scaled, &fontMatrix);
+    cairo_matrix_t em;
+    cairo_matrix_multiply(&em, &fontMatrix, &userToDevice);
+    const double pixelsPerEm = std::max(std::hypot(em.xx, em.yx), std::hypot(em.xy, em.yy));
+    if (!(pixelsPerEm <= kLargestDeviceEm)) return false;
+    if (hasBitmapGlyphs(font) && !(pixelsPerEm >= kSmallestBitmapEm && pixelsPerEm <= kLargestBitmapEm)) return false;
+    cairo_font_options_t* options = cairo_font_options_create();
+    cairo_scaled_font_get_font_options(scaled, options);
+    cairo_scaled_font_t* probe =
+        cairo_scaled_font_create(cairo_scaled_font_get_font_face(scaled), &fontMatrix, &userToDevice, options);
+    const bool usable = cairo_scaled_font_status(probe) == CAIRO_STATUS_SUCCESS;
+    cairo_scaled_font_destroy(probe);
+    cairo_font_options_destroy(options);
+    if (!usable) return false;
+  }
+  return true;
+}
+
+// The lines of a drawing, each holding its layout until drawn, as long as they are not too many:
+// past kMostHeldBytes of text they are let go, to be laid out again as they are drawn.
+class HeldLines {
+ public:
+  static constexpr std::size_t kMostHeldBytes = 64 * 1024;
+
+  HeldLines() = default;
+  HeldLines(const HeldLines&) = delete;
+  HeldLines& operator=(const HeldLines&) = delete;
+  ~HeldLines() { release(); }
+
+  void add(const internal::LaidLine& line) {
+    if (!complete_) return;
+    std::size_t bytes = line.layoutLine ? static_cast<std::size_t>(line.layoutLine->length) : 0;
+    for (std::string_view piece : line.pieces) bytes += piece.size();
+    heldBytes_ += bytes;
+    if (heldBytes_ > kMostHeldBytes) {
+      release();
+      complete_ = false;
+      return;
+    }
+    lines_.push_back(line);
+    if (line.layout) g_object_ref(line.layout);
+  }
+  // Whether every line is held.
+  bool complete() const { return complete_; }
+  const std::vector<internal::LaidLine>& lines() const { return lines_; }
+
+ private:
+  void release() {
+    for (const internal::LaidLine& line : lines_) {
+      if (line.layout) g_object_unref(line.layout);
+    }
+    lines_.clear();
+  }
+
+  std::vector<internal::LaidLine> lines_;
+  std::size_t heldBytes_ = 0;
+  bool complete_ = true;
+};
+
+// Draws a line whose visible part starts at `left`, on the baseline.
+void drawLine(cairo_t* context, const internal::TextLayout& layout, const internal::LaidLine& line, double left,
+              double baseline) {
+  if (line.layoutLine) {
+    PangoRectangle logical{};
+    pango_layout_line_get_extents(line.layoutLine, nullptr, &logical);
+    // A right-to-left line has its hanging white space on the left.
+    cairo_move_to(context, left - points(logical.x) - (line.rightToLeft ? line.hangingWidth : 0), baseline);
+    pango_cairo_show_layout_line(context, line.layoutLine);
+    return;
+  }
+  // A long line in pieces, placed one after the other in the paragraph's direction; only the
+  // pieces that reach into the clip are laid out again and drawn.
+  double clipLeft = 0;
+  double clipRight = 0;
+  double ignored = 0;
+  cairo_clip_extents(context, &clipLeft, &ignored, &clipRight, &ignored);
+  double x = line.rightToLeft ? left + line.width : left;
+  for (std::string_view text : line.pieces) {
+    if (line.rightToLeft ? x < clipLeft : x > clipRight) break;
+    const internal::LayoutRef piece = layout.layOutPiece(text, line.rightToLeft);
+    int width = 0;
+    pango_layout_get_size(piece.get(), &width, nullptr);
+    const double start = line.rightToLeft ? x - points(width) : x;
+    if (start <= clipRight && start + points(width) >= clipLeft) {
+      cairo_move_to(context, start, baseline);
+      pango_cairo_show_layout_line(context, pango_layout_get_line_readonly(piece.get(), 0));
+    }
+    x = line.rightToLeft ? start : start + points(width);
+  }
 }
 
 }  // namespace
@@ -235,7 +190,7 @@ double measuredWidth(const ZTFont& font, const icu::UnicodeString& text) {
 ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font) {
   const ZTFont* f = resolve(font);
   if (!f) return {};
-  return sizeOf(Layout(*f, 0, ZTLineBreakMode::ByClipping).run(text, std::numeric_limits<std::size_t>::max()), *f);
+  return measure(text, *f, 0, ZTLineBreakMode::ByClipping, std::numeric_limits<std::size_t>::max());
 }
 
 ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, ZTSize constrainedToSize) {
@@ -246,15 +201,14 @@ ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font
                       ZTLineBreakMode lineBreakMode) {
   const ZTFont* f = resolve(font);
   if (!f) return {};
-  return sizeOf(Layout(*f, forWidth, lineBreakMode).run(text, 1), *f);
+  return measure(text, *f, forWidth, lineBreakMode, 1);
 }
 
 ZTSize ztSizeWithFont(std::string_view text, const std::shared_ptr<ZTFont>& font, ZTSize constrainedToSize,
                       ZTLineBreakMode lineBreakMode) {
   const ZTFont* f = resolve(font);
   if (!f) return {};
-  return sizeOf(
-      Layout(*f, constrainedToSize.width, lineBreakMode).run(text, linesFitting(constrainedToSize.height, *f)), *f);
+  return measure(text, *f, constrainedToSize.width, lineBreakMode, linesFitting(constrainedToSize.height, *f));
 }
 
 ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const std::shared_ptr<ZTFont>& font,
@@ -268,35 +222,57 @@ ZTSize ztDrawInRect(std::string_view text, cairo_t* context, ZTRect rect, const 
   }
   const bool limitedWidth = std::isfinite(rect.size.width) && rect.size.width > 0;
   const bool limitedHeight = std::isfinite(rect.size.height) && rect.size.height > 0;
-  const std::vector<Line> lines =
-      Layout(*f, rect.size.width, lineBreakMode).run(text, linesFitting(rect.size.height, *f));
+  const internal::CleanText clean(text);
+  const double maxWidth = limitedWidth ? rect.size.width : 0;
+  const std::size_t maxLines = linesFitting(rect.size.height, *f);
+  // Every font of the text is checked at the context's scale before anything is drawn.
+  internal::TextLayout layout(*f, maxWidth, lineBreakMode);
+  layout.collectFonts(true);
+  HeldLines held;
+  std::size_t lines = 0;
+  layout.run(clean.view(), maxLines, [&](const internal::LaidLine& line) {
+    held.add(line);
+    ++lines;
+  });
+  if (lines == 0 || !drawable(context, layout.fonts())) return {};
+
   cairo_save(context);
   if (limitedWidth && limitedHeight) {
     cairo_rectangle(context, rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
     cairo_clip(context);
   }
-  cairo_set_font_face(context, f->cairoFontFace());
-  cairo_set_font_size(context, f->pointSize());
-  std::vector<internal::ShapedGlyph> shaped;
-  std::vector<cairo_glyph_t> glyphs;
+  double widest = 0;
   double baseline = rect.origin.y + f->ascender();
-  for (const Line& line : lines) {
-    double x = rect.origin.x;
-    if (limitedWidth && alignment == ZTTextAlignment::Right)
-      x += rect.size.width - line.width;
-    else if (limitedWidth && alignment == ZTTextAlignment::Center)
-      x += (rect.size.width - line.width) / 2;
-    shaped.clear();
-    internal::shape(*f, line.text, &shaped);
-    glyphs.resize(shaped.size());
-    for (std::size_t i = 0; i < shaped.size(); ++i) {
-      glyphs[i] = cairo_glyph_t{shaped[i].index, x + shaped[i].x, baseline + shaped[i].y};
+  // Lines well outside the clip are counted, not drawn (a margin of two lines for fallback glyphs
+  // taller than the font's own).
+  double clipTop = 0;
+  double clipBottom = 0;
+  double ignored = 0;
+  cairo_clip_extents(context, &ignored, &clipTop, &ignored, &clipBottom);
+  const double margin = 2 * std::max(f->lineHeight(), f->pointSize());
+  auto draw = [&](const internal::TextLayout& source, const internal::LaidLine& line) {
+    double left = rect.origin.x;
+    ZTTextAlignment side = alignment;
+    if (side == ZTTextAlignment::Natural || side == ZTTextAlignment::Justified) {
+      side = line.paragraphRightToLeft ? ZTTextAlignment::Right : ZTTextAlignment::Left;
     }
-    if (!glyphs.empty()) cairo_show_glyphs(context, glyphs.data(), static_cast<int>(glyphs.size()));
+    if (limitedWidth && side == ZTTextAlignment::Right)
+      left += rect.size.width - line.width;
+    else if (limitedWidth && side == ZTTextAlignment::Center)
+      left += (rect.size.width - line.width) / 2;
+    if (baseline + margin >= clipTop && baseline - margin <= clipBottom) drawLine(context, source, line, left, baseline);
+    widest = std::max(widest, line.width);
     baseline += f->lineHeight();
+  };
+  if (held.complete()) {
+    for (const internal::LaidLine& line : held.lines()) draw(layout, line);
+  } else {
+    internal::TextLayout again(*f, maxWidth, lineBreakMode);
+    again.run(clean.view(), maxLines, [&](const internal::LaidLine& line) { draw(again, line); });
   }
   cairo_restore(context);
-  return sizeOf(lines, *f);
+  if (cairo_status(context) != CAIRO_STATUS_SUCCESS) return {};
+  return sizeOf(widest, lines, *f);
 }
 
 std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBreakMode lineBreakMode,
@@ -309,18 +285,26 @@ std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBrea
     return std::string(text);
   }
   const ZTFont& f = *font;
+  // Measured as ztSizeWithFont measures: laid out without a limit, rounded up to whole points.
+  auto measuredWidth = [&f](const icu::UnicodeString& candidate) {
+    return measure(internal::toUTF8(candidate), f, 0, ZTLineBreakMode::ByClipping,
+                   std::numeric_limits<std::size_t>::max())
+        .width;
+  };
   icu::UnicodeString work = internal::toUnicode(text);
-  double current = measuredWidth(f, work);
+  double current = measuredWidth(work);
   if (current <= width) return std::string(text);
   const icu::UnicodeString ellipsis = internal::toUnicode(kEllipsis);
 
+  // Both procedures take at least one unit away on every turn that does not end them, so neither
+  // turns more often than the text has units.
   if (lineBreakMode == ZTLineBreakMode::ByTruncatingMiddle) {
-    const double iWidth = measuredWidth(f, icu::UnicodeString(u"i"));
+    const double iWidth = measuredWidth(icu::UnicodeString(u"i"));
     const double byLength = std::round(work.length() / 2.0);
     const double byWidth = iWidth > 0 ? std::round(width / iWidth / 2.0) : byLength;
     auto h = static_cast<int32_t>(std::min(byLength, byWidth));
     icu::UnicodeString candidate;
-    for (;;) {
+    for (std::int64_t turns = std::int64_t{work.length()} + 1; turns > 0; --turns) {
       const int32_t n = std::max(h - 1, 0);
       const int32_t headEnd = internal::adjustCutToCodePoint(work, n, true);
       const int32_t tailStart = internal::adjustCutToCodePoint(work, work.length() - n, false);
@@ -328,7 +312,7 @@ std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBrea
       icu::UnicodeString tail(work, tailStart, work.length() - tailStart);
       candidate = head;
       candidate.append(ellipsis).append(tail);
-      if (measuredWidth(f, candidate) <= width) break;
+      if (measuredWidth(candidate) <= width) break;
       icu::UnicodeString shorter = head;
       shorter.append(tail);
       if (shorter.length() >= work.length()) break;  // nothing left to take away
@@ -338,22 +322,57 @@ std::string stringByBreakToWidth(std::string_view text, double width, ZTLineBrea
     return internal::toUTF8(candidate);
   }
 
-  const double available = width - measuredWidth(f, ellipsis);
+  // The procedure would go on for ever once the text is empty and the width is below that of
+  // "…" (the overshoot then stays the same): an empty text ends it.
+  const double available = width - measuredWidth(ellipsis);
   double unit = f.boundingBox().size.width;
   if (!(unit > 0)) unit = f.pointSize();
-  double over = 0;
-  double n = 0;
-  do {
-    over = current - available;
-    n = std::round(over / unit);
-    if (over >= 0 && n <= work.length()) {
-      const int32_t cut = internal::adjustCutToCodePoint(work, work.length() - static_cast<int32_t>(n), true);
-      work.truncate(cut);
-    } else {
-      work.remove();
+  const icu::UnicodeString original = work;
+  int32_t kept = work.length();  // the text is the first `kept` units of the original
+  // The length after one turn that drops n units from `length` (all of them if n is too many).
+  auto afterCut = [&original](int32_t length, double n) {
+    return n <= length ? internal::adjustCutToCodePoint(original, length - static_cast<int32_t>(n), true) : 0;
+  };
+  auto widthOfFirst = [&](int32_t length) { return measuredWidth(icu::UnicodeString(original, 0, length)); };
+  for (std::int64_t turns = std::int64_t{kept} + 1; turns > 0 && kept > 0; --turns) {
+    const double over = current - available;
+    const double n = std::round(over / unit);
+    const int32_t before = kept;
+    kept = over >= 0 ? afterCut(kept, n) : 0;
+    const double measured = widthOfFirst(kept);
+    if (!(over > 0 && n != 0)) {
+      current = measured;
+      break;
     }
-    current = measuredWidth(f, work);
-  } while (over > 0 && n != 0);
+    if (measured == current && kept > 0 && kept < before) {
+      // The cut took away nothing visible (zero-width characters): the procedure repeats the same
+      // cut, turn after turn, as long as the width stays. Those turns are found by bisection over
+      // their number, as the width of a prefix only shrinks with it, instead of one measurement
+      // each (a long run of such characters made this quadratic).
+      std::vector<int32_t> lengths{kept};
+      while (lengths.back() > 0 && static_cast<std::int64_t>(lengths.size()) < turns) {
+        lengths.push_back(afterCut(lengths.back(), n));
+      }
+      std::size_t same = 0;  // lengths[same] still measures `current`
+      std::size_t differs = lengths.size();
+      while (differs - same > 1) {
+        const std::size_t middle = same + (differs - same) / 2;
+        if (widthOfFirst(lengths[middle]) == current)
+          same = middle;
+        else
+          differs = middle;
+      }
+      turns -= static_cast<std::int64_t>(same);
+      kept = lengths[same];
+      if (differs == lengths.size()) continue;  // the width never changed within the bound
+      kept = lengths[differs];
+      turns -= 1;
+      current = widthOfFirst(kept);
+      continue;
+    }
+    current = measured;
+  }
+  work = icu::UnicodeString(original, 0, kept);
   work.append(ellipsis);
   return internal::toUTF8(work);
 }

@@ -47,6 +47,12 @@ int runTextTour(const std::string& text) {
     const auto middle = zt::stringByBreakToWidth(text, 150, ZTLineBreakMode::ByTruncatingMiddle, font);
     const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     std::cout << "   tail:   \"" << tail << "\"\n   middle: \"" << middle << "\"  (both in " << std::fixed << std::setprecision(2) << ms << " ms)\n" << std::defaultfloat;
+    // Characters the font lacks (the emoji) are measured with the font fontconfig has for them.
+    const ZTSize line = zt::ztSizeWithFont(text, font);
+    const ZTSize wrapped = zt::ztSizeWithFont(text, font, ZTSize{150, 0});
+    auto points = [](double value) { return static_cast<long long>(value); };  // sizes are whole points
+    std::cout << "   Whole, it is " << points(line.width) << " x " << points(line.height) << " points on one line, or "
+              << points(wrapped.width) << " x " << points(wrapped.height) << " wrapped within 150 points.\n";
   }
 
   std::cout << "3. Digests of the text:\n   MD5     " << zt::md5(text) << "\n   SHA-256 " << zt::sha256(text) << "\n";

@@ -2,11 +2,9 @@
 // What a ZTFont holds, for the layout and drawing code of this area.
 
 #include <cairo.h>
-#include <hb.h>
+#include <pango/pango-font.h>
 
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "zentrel/geometry/rect.h"
 #include "zentrel/typesetting/font.h"
@@ -15,19 +13,20 @@ struct ZTFont::Impl {
   std::string family;
   std::string path;
   double size = 0;
-  double scale = 0;  // points per font unit
   double ascender = 0;
   double descender = 0;
   double lineHeight = 0;
   ZTRect boundingBox;
-  hb_font_t* hbFont = nullptr;  // scaled in font units; shaping with it is thread-safe
+  // The face fontconfig chose, at the font's size in points, as Pango asks for it: Pango's
+  // fontset for it adds the fallback fonts.
+  PangoFontDescription* description = nullptr;
   cairo_font_face_t* cairoFace = nullptr;
 
   Impl() = default;
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
   ~Impl() {
-    if (hbFont) hb_font_destroy(hbFont);
+    if (description) pango_font_description_free(description);
     if (cairoFace) cairo_font_face_destroy(cairoFace);
   }
 };
@@ -36,16 +35,3 @@ struct ZTFont::Impl {
 struct ZTFontAccess {
   static const ZTFont::Impl& impl(const ZTFont& font) { return *font.impl_; }
 };
-
-namespace zt::internal {
-
-struct ShapedGlyph {
-  unsigned int index;
-  double x;  // pen position of the glyph origin, in points, from the start of the run
-  double y;
-};
-
-// Shapes one line of text with the font: the glyphs and the total advance width.
-double shape(const ZTFont& font, std::string_view text, std::vector<ShapedGlyph>* glyphs);
-
-}  // namespace zt::internal
