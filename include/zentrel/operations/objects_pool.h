@@ -19,6 +19,8 @@
 // under it. getObjectWaitUntilBecomeAvailable() blocks until an object is freed or added — never call
 // it on the only thread that could return one.
 
+#include <pthread.h>
+
 #include <atomic>
 #include <bit>
 #include <cstddef>
@@ -59,10 +61,16 @@ class ZT_CAPABILITY("mutex") PoolLock {
   }
 
  private:
-  // A per-thread address: cheaper to get than the thread id, and as unique while the thread lives.
+  // A per-thread address, as unique as the thread id while the thread lives and cheaper to get: the
+  // thread pointer. Not the address of a thread_local in this header: built with hidden inline
+  // functions, each shared library would have its own, and a thread re-entering the pool through
+  // another library's copy of this code would not know itself as the owner.
   static const void* threadMarker() {
-    static thread_local char marker;
-    return &marker;
+#if defined(__x86_64__) || defined(__aarch64__)
+    return __builtin_thread_pointer();
+#else
+    return reinterpret_cast<const void*>(pthread_self());
+#endif
   }
   ZTMutex mutex_;
   std::atomic<const void*> owner_{nullptr};
