@@ -40,7 +40,7 @@ struct Countdown {
 // A concurrent operation that counts itself and finishes at once.
 class TrivialOperation : public ZTConcurrentOperation {
  public:
-  explicit TrivialOperation(Countdown& countdown) : ZTConcurrentOperation(nullptr), countdown_(countdown) {}
+  TrivialOperation(ConstructionKey key, Countdown& countdown) : ZTConcurrentOperation(key, nullptr), countdown_(countdown) {}
   void main() override {
     finishWithSuccessHandler(nullptr);
     countdown_.count();
@@ -57,7 +57,7 @@ void QueueThroughput(benchmark::State& state) {
   Countdown countdown;
   for (auto _ : state) {
     countdown.arm(kOperations);
-    for (int i = 0; i < kOperations; ++i) queue->addOperation(std::make_shared<TrivialOperation>(countdown));
+    for (int i = 0; i < kOperations; ++i) queue->addOperation(ZTConcurrentOperation::make<TrivialOperation>(countdown));
     countdown.wait();
   }
   state.SetItemsProcessed(state.iterations() * kOperations);
@@ -82,7 +82,7 @@ BENCHMARK(ThreadPoolThroughput)->Unit(benchmark::kMillisecond)->UseRealTime();
 // Latency: one operation at a time on an idle queue, from addOperation() to its main().
 class StampingOperation : public ZTConcurrentOperation {
  public:
-  StampingOperation() : ZTConcurrentOperation(nullptr) {}
+  explicit StampingOperation(ConstructionKey key) : ZTConcurrentOperation(key, nullptr) {}
   std::atomic<Clock::rep> startedAt{0};
   void main() override {
     startedAt.store(Clock::now().time_since_epoch().count(), std::memory_order_release);
@@ -101,7 +101,7 @@ void QueueStartLatency(benchmark::State& state) {
   auto queue = ZTOperationQueue::create(thread);
   std::vector<double> samples;
   for (auto _ : state) {
-    auto operation = std::make_shared<StampingOperation>();
+    auto operation = ZTConcurrentOperation::make<StampingOperation>();
     const auto added = Clock::now();
     queue->addOperation(operation);
     while (operation->startedAt.load(std::memory_order_acquire) == 0) std::this_thread::yield();

@@ -2,16 +2,18 @@
 
 #include <cerrno>
 
+#include "zentrel/operations/internal/guarded_call.h"
+
 std::shared_ptr<ZTBlockOperation> ZTBlockOperation::create(ExecutionBlock executionBlock, Handler startHandler,
                                                            Handler cancellationHandler, Handler successHandler,
                                                            FailureHandler failureHandler) {
   if (!executionBlock || !failureHandler) return nullptr;
-  return std::make_shared<ZTBlockOperation>(std::move(executionBlock), std::move(startHandler),
+  return std::make_shared<ZTBlockOperation>(ConstructionKey{}, std::move(executionBlock), std::move(startHandler),
                                             std::move(cancellationHandler), std::move(successHandler),
                                             std::move(failureHandler));
 }
 
-ZTBlockOperation::ZTBlockOperation(ExecutionBlock executionBlock, Handler startHandler, Handler cancellationHandler,
+ZTBlockOperation::ZTBlockOperation(ConstructionKey, ExecutionBlock executionBlock, Handler startHandler, Handler cancellationHandler,
                                    Handler successHandler, FailureHandler failureHandler)
     : executionBlock_(std::move(executionBlock)),
       startHandler_(std::move(startHandler)),
@@ -65,24 +67,30 @@ std::shared_ptr<ZTConcurrentBlockOperation> ZTConcurrentBlockOperation::createWi
                 std::move(cancellationHandler), nullptr, std::move(failureHandler));
 }
 
-ZTConcurrentBlockOperation::ZTConcurrentBlockOperation(ExecutionBlock executionBlock,
+ZTConcurrentBlockOperation::ZTConcurrentBlockOperation(ConstructionKey key, ExecutionBlock executionBlock,
                                                        AsyncExecutionBlock asyncExecutionBlock,
                                                        std::shared_ptr<ZTThread> workerThread, Handler startHandler,
                                                        Handler cancellationHandler, SuccessHandler successHandler,
                                                        FailureHandler failureHandler)
-    : ZTConcurrentOperation(std::move(workerThread), std::move(startHandler), std::move(cancellationHandler),
+    : ZTConcurrentOperation(key, std::move(workerThread), std::move(startHandler), std::move(cancellationHandler),
                             std::move(failureHandler)),
       executionBlock_(std::move(executionBlock)),
       asyncExecutionBlock_(std::move(asyncExecutionBlock)),
       successHandler_(std::move(successHandler)) {}
 
 void ZTConcurrentBlockOperation::main() {
+  // A block that throws is logged and ends the operation as a failure rather than leaving it executing.
   if (asyncExecutionBlock_) {
-    asyncExecutionBlock_(*this);
+    if (!zt::detail::callLoggingExceptions("The execution block of a concurrent block operation",
+                                           [&] { asyncExecutionBlock_(*this); }))
+      finishWithError(std::nullopt);
     return;
   }
   std::optional<ZTError> error;
-  if (executionBlock_) executionBlock_(*this, error);
+  if (executionBlock_ && !zt::detail::callLoggingExceptions("The execution block of a concurrent block operation",
+                                                            [&] { executionBlock_(*this, error); }) &&
+      !error)
+    error = ZTError(ZTCocoaErrorDomain, -1);
   finishWithSuccessHandler(
       [this] {
         if (successHandler_) successHandler_(*this);
@@ -93,10 +101,10 @@ void ZTConcurrentBlockOperation::main() {
 std::shared_ptr<ZTAlwaysFailingOperation> ZTAlwaysFailingOperation::create(ZTError error,
                                                                            FailureHandler failureHandler) {
   if (!failureHandler) return nullptr;
-  return std::make_shared<ZTAlwaysFailingOperation>(std::move(error), std::move(failureHandler));
+  return std::make_shared<ZTAlwaysFailingOperation>(ConstructionKey{}, std::move(error), std::move(failureHandler));
 }
 
-ZTAlwaysFailingOperation::ZTAlwaysFailingOperation(ZTError error, FailureHandler failureHandler)
+ZTAlwaysFailingOperation::ZTAlwaysFailingOperation(ConstructionKey, ZTError error, FailureHandler failureHandler)
     : error_(std::move(error)), failureHandler_(std::move(failureHandler)) {}
 
 void ZTAlwaysFailingOperation::main() { failureHandler_(*this, error_); }

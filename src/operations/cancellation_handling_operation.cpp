@@ -1,5 +1,7 @@
 #include "zentrel/operations/cancellation_handling_operation.h"
 
+#include "zentrel/operations/internal/guarded_call.h"
+
 #include "zentrel/platform/debug_name.h"
 #include "zentrel/platform/exceptions.h"
 
@@ -10,7 +12,8 @@ void ZTCancellationHandlingOperation::start() {
   if (isExecuting() || isFinished()) return;
   mainWasCalled_.store(false, std::memory_order_release);
   ZTOperation::start();
-  if (!mainWasCalled() && isCancelled() && cancellationHandler_) cancellationHandler_(*this);
+  if (!mainWasCalled() && isCancelled() && cancellationHandler_)
+    zt::detail::callLoggingExceptions("The cancellation handler of an operation", [&] { cancellationHandler_(*this); });
 }
 
 void ZTCancellationHandlingOperation::main() {

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "zentrel/operations/cross_thread_calls.h"
+#include "zentrel/operations/internal/guarded_call.h"
 #include "zentrel/operations/operation_queue.h"
 #include "zentrel/operations/thread_with_run_loop.h"
 #include "zentrel/platform/dispatch.h"
@@ -19,12 +20,13 @@ std::shared_ptr<ZTCompoundConcurrentOperation> ZTCompoundConcurrentOperation::cr
                                              std::move(completionHandler));
 }
 
-ZTCompoundConcurrentOperation::ZTCompoundConcurrentOperation(std::vector<std::shared_ptr<ZTOperation>> operations,
+ZTCompoundConcurrentOperation::ZTCompoundConcurrentOperation(ConstructionKey key,
+                                                             std::vector<std::shared_ptr<ZTOperation>> operations,
                                                              std::uint64_t options,
                                                              std::shared_ptr<ZTThread> workerThread,
                                                              Handler startHandler, Handler cancellationHandler,
                                                              CompletionHandler completionHandler)
-    : ZTConcurrentOperation(std::move(workerThread), std::move(startHandler), std::move(cancellationHandler)),
+    : ZTConcurrentOperation(key, std::move(workerThread), std::move(startHandler), std::move(cancellationHandler)),
       operations_(std::move(operations)),
       options_(options),
       completionHandler_(std::move(completionHandler)) {
@@ -130,8 +132,24 @@ void ZTCompoundConcurrentOperation::finish() {
 }
 
 void ZTCompoundConcurrentOperation::completeOperation() {
-  ZTConcurrentOperation::completeOperation();
+  std::vector<std::shared_ptr<ZTOperation>> neverQueued;
+  {
+    ZTLockGuard lock(mutex_);
+    if (!operationQueue_) neverQueued = operations_;
+  }
+  // Cancelled before it ran: no queue will ever start the members, so they are started here, as
+  // cancelled, and finish at once; whoever waits on one of them is released. A member that another
+  // queue holds is left to that queue.
+  for (const auto& member : neverQueued) {
+    member->cancel();
+    if (!member->holder() && !member->isExecuting() && !member->isFinished())
+      zt::detail::callLoggingExceptions("An operation's start() in a cancelled compound operation",
+                                        [&] { member->start(); });
+  }
+  // The spawned queue thread is ended before the operation reports finished, so that anyone the
+  // finish wakes finds it ended (cancelling only asks it to stop after the current turn).
   cancelOperationQueueSpawnedThreadIfNeeded();
+  ZTConcurrentOperation::completeOperation();
 }
 
 void ZTCompoundConcurrentOperation::cancelOperationQueueSpawnedThreadIfNeeded() {

@@ -1,21 +1,24 @@
 #include "zentrel/operations/concurrent_operation.h"
 
+#include "zentrel/operations/internal/guarded_call.h"
+
 #include "zentrel/operations/cross_thread_calls.h"
 #include "zentrel/operations/thread_with_run_loop.h"
 #include "zentrel/platform/debug_name.h"
 #include "zentrel/platform/exceptions.h"
 #include "zentrel/platform/log.h"
 
-ZTConcurrentOperation::ZTConcurrentOperation(std::shared_ptr<ZTThread> workerThread, Handler startHandler,
+ZTConcurrentOperation::ZTConcurrentOperation(ConstructionKey, std::shared_ptr<ZTThread> workerThread,
+                                             Handler startHandler,
                                              Handler cancellationHandler, FailureHandler failureHandler)
     : workerThread_(std::move(workerThread)),
       startHandler_(std::move(startHandler)),
       cancellationHandler_(std::move(cancellationHandler)),
       failureHandler_(std::move(failureHandler)) {}
 
-ZTConcurrentOperation::ZTConcurrentOperation(SpawnedWorkerThread, Handler startHandler, Handler cancellationHandler,
-                                             FailureHandler failureHandler)
-    : ZTConcurrentOperation(nullptr, std::move(startHandler), std::move(cancellationHandler),
+ZTConcurrentOperation::ZTConcurrentOperation(ConstructionKey key, SpawnedWorkerThread, Handler startHandler,
+                                             Handler cancellationHandler, FailureHandler failureHandler)
+    : ZTConcurrentOperation(key, nullptr, std::move(startHandler), std::move(cancellationHandler),
                             std::move(failureHandler)) {
   spawnsWorkerThread_ = true;
 }
@@ -67,7 +70,12 @@ void ZTConcurrentOperation::start() {
 
 void ZTConcurrentOperation::doMain() {
   if (checkIfCancelledAndCompleteOperation()) return;
-  if (startHandler_) startHandler_(*this);
+  if (startHandler_ &&
+      !zt::detail::callLoggingExceptions("The start handler of a concurrent operation", [&] { startHandler_(*this); })) {
+    // The work never began: the operation ends as a failure instead of executing for ever.
+    finishWithError(std::nullopt);
+    return;
+  }
   if (checkIfCancelledAndCompleteOperation()) return;
   if (!shouldHandleExceptions_) {
     main();
@@ -97,7 +105,9 @@ bool ZTConcurrentOperation::checkIfCancelledAndCompleteOperation() {
 
 void ZTConcurrentOperation::callCancellationHandlerAndComlpeteOperation() {
   if (isFinished() || !claimCompletion()) return;
-  if (cancellationHandler_) cancellationHandler_(*this);
+  if (cancellationHandler_)
+    zt::detail::callLoggingExceptions("The cancellation handler of a concurrent operation",
+                                      [&] { cancellationHandler_(*this); });
   completeOperation();
 }
 
@@ -116,14 +126,23 @@ void ZTConcurrentOperation::finishWithFinalizationHandler(FinalizationHandler fi
   // A cancelled operation that never started is completed by start(), which finds it cancelled.
   if (isCancelled() && !wasStarted()) return;
   if (!claimCompletion()) return;
+  // Whatever a handler throws is logged; the operation completes all the same.
   if (isCancelled()) {
-    if (cancellationHandler_) cancellationHandler_(*this);
+    if (cancellationHandler_)
+      zt::detail::callLoggingExceptions("The cancellation handler of a concurrent operation",
+                                        [&] { cancellationHandler_(*this); });
   } else {
-    if (finalizationHandler && !error) finalizationHandler(error);
+    if (finalizationHandler && !error &&
+        !zt::detail::callLoggingExceptions("The finalization handler of a concurrent operation",
+                                           [&] { finalizationHandler(error); }) &&
+        !error)
+      error = ZTError(ZTCocoaErrorDomain, -1);
     if (error) {
-      if (failureHandler_) failureHandler_(*this, *error);
+      if (failureHandler_)
+        zt::detail::callLoggingExceptions("The failure handler of a concurrent operation",
+                                          [&] { failureHandler_(*this, *error); });
     } else if (successHandler) {
-      successHandler();
+      zt::detail::callLoggingExceptions("The success handler of a concurrent operation", [&] { successHandler(); });
     }
   }
   completeOperation();

@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 
+#include "zentrel/operations/internal/guarded_call.h"
 #include "zentrel/platform/exceptions.h"
 
 namespace {
@@ -335,5 +336,5 @@ void ZTOperation::operationDidFinish() {
       operation.wakeWaiters();
     }
   } reporter{*this};
-  if (block) block();
+  if (block) zt::detail::callLoggingExceptions("The completion block of an operation", block);
 }

@@ -5,9 +5,11 @@
 #include <chrono>
 #include <cstdio>
 
+#include "zentrel/operations/internal/guarded_call.h"
 #include "operations/internal/ready_operations.h"
 #include "zentrel/operations/concurrent_operation.h"
 #include "zentrel/operations/cross_thread_calls.h"
+#include "zentrel/operations/thread_with_run_loop.h"
 #include "zentrel/platform/debug_name.h"
 #include "zentrel/platform/exceptions.h"
 #include "zentrel/platform/log.h"
@@ -69,7 +71,9 @@ struct PendingStarts : std::enable_shared_from_this<PendingStarts> {
         if (started >= kMaxStartsPerTurn) break;
         batch.swap(operations);
       }
-      for (const auto& operation : batch) operation->start();
+      // One operation whose start() throws must not cost the others theirs, nor leave posted set.
+      for (const auto& operation : batch)
+        zt::detail::callLoggingExceptions("An operation's start() on its queue", [&] { operation->start(); });
       started += batch.size();
     }
     postStartAll();
@@ -155,25 +159,53 @@ class ZTOperationQueue::ReadyMembers {
 
 std::shared_ptr<ZTOperationQueue> ZTOperationQueue::create(std::shared_ptr<ZTThread> workerThread) {
   if (!workerThread) return nullptr;
-  return std::shared_ptr<ZTOperationQueue>(new ZTOperationQueue(std::move(workerThread)));
+  return std::shared_ptr<ZTOperationQueue>(new ZTOperationQueue(std::move(workerThread), false));
 }
 
-ZTOperationQueue::ZTOperationQueue(std::shared_ptr<ZTThread> workerThread)
+std::shared_ptr<ZTOperationQueue> ZTOperationQueue::createWithOwnThread(std::string threadName) {
+  if (threadName.empty()) threadName = "ZTOperationQueue Worker Thread";
+  std::shared_ptr<ZTThread> thread = ZTThreadWithRunLoop::spawnThreadWithName(std::move(threadName));
+  if (!thread) return nullptr;
+  return std::shared_ptr<ZTOperationQueue>(new ZTOperationQueue(std::move(thread), true));
+}
+
+ZTOperationQueue::ZTOperationQueue(std::shared_ptr<ZTThread> workerThread, bool ownsWorkerThread)
     : workerThread_(std::move(workerThread)),
+      ownsWorkerThread_(ownsWorkerThread),
       readyOperations_(std::make_unique<ReadyMembers>()),
       pendingStarts_(std::make_shared<zt::detail::PendingStarts>()) {
   pendingStarts_->thread = workerThread_;
 }
 
 ZTOperationQueue::~ZTOperationQueue() {
-  // Let every operation still here go, so that it can join another queue.
-  ZTLockGuard lock(monitor_);
-  std::vector<Member*> members(executingOperations_.begin(), executingOperations_.end());
-  readyOperations_->forEach([&](Member* member) { members.push_back(member); });
-  members.insert(members.end(), notReadyOperations_.begin(), notReadyOperations_.end());
   std::vector<OperationPointer> released;
-  released.reserve(members.size());
-  for (Member* member : members) released.push_back(release(*member));
+  {
+    // Let every operation still here go, so that it can join another queue.
+    ZTLockGuard lock(monitor_);
+    std::vector<Member*> members(executingOperations_.begin(), executingOperations_.end());
+    readyOperations_->forEach([&](Member* member) { members.push_back(member); });
+    members.insert(members.end(), notReadyOperations_.begin(), notReadyOperations_.end());
+    released.reserve(members.size());
+    for (Member* member : members) released.push_back(release(*member));
+  }
+  if (!ownsWorkerThread_) return;
+  // The owned thread ends with the queue, but only after what is queued on it — starts, finishing
+  // hops — has run, and after the operations that never started have been started as cancelled,
+  // so that every operation still finishes and nobody waiting on one hangs.
+  std::vector<OperationPointer> neverStarted;
+  for (const auto& operation : released) {
+    if (operation->isFinished()) continue;
+    operation->cancel();
+    if (!operation->isExecuting()) neverStarted.push_back(operation);
+  }
+  auto thread = workerThread_;
+  auto end = [thread, neverStarted = std::move(neverStarted)] {
+    for (const auto& operation : neverStarted)
+      if (!operation->holder() && !operation->isExecuting() && !operation->isFinished())
+        zt::detail::callLoggingExceptions("An operation's start() on its ending queue", [&] { operation->start(); });
+    thread->cancel();
+  };
+  if (!zt::performBlock(end, thread, false)) thread->cancel();
 }
 
 void ZTOperationQueue::addOperation(const std::shared_ptr<ZTOperation>& operation) {
@@ -386,7 +418,8 @@ void ZTOperationQueue::dispose() {
     // operations are cancelled, so starting them now just lets them complete.
     if (onWorkerThread) notYetStarted = pendingStarts_->take();
   }
-  for (const auto& operation : notYetStarted) operation->start();
+  for (const auto& operation : notYetStarted)
+    zt::detail::callLoggingExceptions("An operation's start() on its disposed queue", [&] { operation->start(); });
 
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   const timespec tenMicroseconds{0, 10'000};

@@ -1,5 +1,7 @@
 #include "zentrel/operations/task_lock.h"
 
+#include <utility>
+
 std::shared_ptr<ZTTaskLock> ZTTaskLock::taskLockWithBlock(std::function<void()> block) {
   return std::shared_ptr<ZTTaskLock>(new ZTTaskLock(std::move(block)));
 }
@@ -13,10 +15,9 @@ std::function<void()> ZTTaskLock::getLock() {
 void ZTTaskLock::executeBlock() {
   ZTLockGuard guard(monitor_);
   if (lockCounter_.fetch_sub(1) - 1 != 0) return;
-  if (block_) {
-    block_();
-    block_ = nullptr;
-  }
+  // Cleared before it runs: the block may replace it (setBlock) or throw, and still runs at most once.
+  std::function<void()> block = std::exchange(block_, nullptr);
+  if (block) block();
 }
 
 bool ZTTaskLock::hasBlock() const {

@@ -166,6 +166,31 @@ TEST(CompoundOperation, CancellingCancelsMembersAndCallsTheCancellationHandlerIn
   EXPECT_EQ(recorder.count("start waiting"), 0u);
 }
 
+TEST(CompoundOperation, CancelledBeforeItRunsItsMembersStillFinishAsCancelled) {
+  WorkerThread worker;
+  Recorder recorder;
+  auto concurrent = ZTConcurrentOperation::make<ManualOperation>(
+      worker, nullptr, [&](ZTConcurrentOperation&) { recorder.add("member cancelled"); });
+  auto synchronous = ZTBlockOperation::create(
+      [&](ZTBlockOperation&, std::optional<ZTError>&) {
+        recorder.add("block ran");
+        return true;
+      },
+      nullptr, [&](ZTBlockOperation&) { recorder.add("block cancelled"); }, nullptr,
+      [](ZTBlockOperation&, const ZTError&) {});
+  auto compound = ZTCompoundConcurrentOperation::create(
+      {concurrent, synchronous}, 0, worker, nullptr, nullptr, [&](ZTCompoundConcurrentOperation&) {});
+  compound->cancel();
+  compound->start();
+  ASSERT_TRUE(compound->waitUntilFinished(10s));
+  EXPECT_TRUE(concurrent->waitUntilFinished(10s));
+  EXPECT_TRUE(synchronous->waitUntilFinished(10s));
+  EXPECT_EQ(concurrent->mainCalls.load(), 0);
+  EXPECT_EQ(recorder.count("member cancelled"), 1u);
+  EXPECT_EQ(recorder.count("block cancelled"), 1u);
+  EXPECT_EQ(recorder.count("block ran"), 0u);
+}
+
 TEST(CompoundOperation, SpawnsAQueueThreadWhenItHasNoneAndEndsItOnCompletion) {
   Recorder recorder;
   auto compound = ZTCompoundConcurrentOperation::create({member("a", recorder, true)}, 0, nullptr, nullptr, nullptr,

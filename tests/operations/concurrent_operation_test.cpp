@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "support/operation_test_support.h"
+#include "zentrel/operations/block_operation.h"
 #include "zentrel/operations/cancellation_handling_operation.h"
+#include "zentrel/operations/compound_operation.h"
 #include "zentrel/operations/cross_thread_calls.h"
 #include "zentrel/platform/exceptions.h"
 #include "zentrel/platform/log.h"
@@ -171,6 +173,30 @@ TEST(ConcurrentOperation, ObserverReadingFlagsDuringAChangeDoesNotDeadlock) {
   operation->start();
   ASSERT_TRUE(operation->waitUntilFinishedAndCompletionHandlerCalled(10s));
   EXPECT_EQ(seen, (std::vector<std::pair<bool, bool>>{{false, true}}));
+}
+
+// What std::make_shared<T>(arguments...) needs: T constructible from the arguments, from outside T.
+template <class T, class... A>
+concept MakeSharedCompiles = requires(A&&... arguments) { ::new T(std::forward<A>(arguments)...); };
+
+TEST(ConcurrentOperation, OnlyTheCheckedFactoriesCanConstruct) {
+  // Bypassing the factories would skip the thread checks and the spawning of a worker thread.
+  using Spawned = ZTConcurrentOperation::SpawnedWorkerThread;
+  static_assert(!MakeSharedCompiles<ManualOperation, Spawned>);
+  static_assert(!MakeSharedCompiles<ManualOperation, std::shared_ptr<ZTThread>>);
+  static_assert(!MakeSharedCompiles<ManualOperation, std::nullptr_t>);
+  static_assert(!std::is_default_constructible_v<ZTConcurrentOperation::ConstructionKey>);
+  static_assert(!MakeSharedCompiles<ZTBlockOperation, ZTBlockOperation::ExecutionBlock, std::nullptr_t,
+                                    std::nullptr_t, std::nullptr_t, ZTBlockOperation::FailureHandler>);
+  static_assert(!MakeSharedCompiles<ZTAlwaysFailingOperation, ZTError, ZTAlwaysFailingOperation::FailureHandler>);
+  static_assert(!MakeSharedCompiles<ZTCompoundConcurrentOperation, std::vector<std::shared_ptr<ZTOperation>>,
+                                    std::uint64_t, std::nullptr_t, std::nullptr_t, std::nullptr_t,
+                                    ZTCompoundConcurrentOperation::CompletionHandler>);
+  // The check itself sees a constructor where there is one.
+  static_assert(MakeSharedCompiles<ZTCancellationHandlingOperation>);
+  auto spawned = ZTConcurrentOperation::make<ManualOperation>(ZTConcurrentOperation::spawnedWorkerThread);
+  ASSERT_NE(spawned, nullptr);
+  EXPECT_NE(spawned->workerThread(), nullptr);
 }
 
 TEST(ConcurrentOperation, RefusesUnusableWorkerThreads) {

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -39,13 +41,46 @@ TEST(TaskLock, ReleasesFromManyThreadsRunTheBlockExactlyOnce) {
   EXPECT_EQ(lock->lockCounter(), 0u);
 }
 
-TEST(TaskLock, AnExtraReleaseWrapsTheCounterAndTheBlockNeverRuns) {
+TEST(TaskLock, AReleaseBeyondTheLocksTakenNeverRunsTheBlock) {
   int runs = 0;
   auto lock = ZTTaskLock::taskLockWithBlock([&] { ++runs; });
   lock->executeBlock();
-  EXPECT_EQ(lock->lockCounter(), UINT64_MAX);
-  lock->getLock()();
   EXPECT_EQ(runs, 0);
+  // Balanced use afterwards cannot bring the count back to zero: the block stays unrun.
+  for (int i = 0; i < 3; ++i) lock->getLock()();
+  EXPECT_EQ(runs, 0);
+  EXPECT_TRUE(lock->hasBlock());
+}
+
+TEST(TaskLock, TheBlockMayReplaceItselfOrReenterAndRunsAtMostOnceEvenWhenItThrows) {
+  int firstRuns = 0, secondRuns = 0;
+  std::shared_ptr<ZTTaskLock> lock;
+  std::string captured(64, 'x');  // state the running block reads after replacing itself
+  lock = ZTTaskLock::taskLockWithBlock([&, captured] {
+    ++firstRuns;
+    lock->setBlock([&] { ++secondRuns; });
+    auto nested = lock->getLock();
+    EXPECT_EQ(captured.size(), 64u);  // still alive: the running block was not destroyed
+    lock->setLockCounter(lock->lockCounter() + 1);  // keep the nested release from running the new block now
+    nested();
+    EXPECT_EQ(captured.size(), 64u);
+  });
+  lock->getLock()();
+  EXPECT_EQ(firstRuns, 1);
+  EXPECT_EQ(secondRuns, 0);
+  lock->setLockCounter(1);
+  lock->executeBlock();
+  EXPECT_EQ(secondRuns, 1);
+
+  int throwingRuns = 0;
+  auto throwing = ZTTaskLock::taskLockWithBlock([&] {
+    ++throwingRuns;
+    throw std::runtime_error("block failed");
+  });
+  EXPECT_THROW(throwing->getLock()(), std::runtime_error);
+  EXPECT_FALSE(throwing->hasBlock());
+  throwing->getLock()();
+  EXPECT_EQ(throwingRuns, 1);
 }
 
 TEST(RecursiveMonitor, OwnerRecursesAndWaitersAreServedInArrivalOrder) {

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <atomic>
 #include <set>
+#include <stdexcept>
+#include <stop_token>
 #include <thread>
 
 namespace {
@@ -209,6 +211,93 @@ TEST(ObjectsPool, ManyThreadsNeverShareAnObject) {
   EXPECT_FALSE(shared.load());
   EXPECT_EQ(pool->allFreeObjects().size(), 3u);
   EXPECT_EQ(pool->waitingRequestsCount(), 0u);
+}
+
+TEST(ObjectsPool, AThrowingHandlerCostsTheOtherRequestsOfItsPassNothing) {
+  auto a = connection(1), b = connection(2), c = connection(3);
+  auto pool = Pool::poolWithMaxCount(3);
+  std::vector<Object> delivered;
+  auto keep = [&](const Object& object) { delivered.push_back(object); };
+  (void)pool->getObjectWithCompletionHandler(keep);
+  (void)pool->getObjectWithCompletionHandler([](const Object&) { throw std::runtime_error("handler failed"); });
+  (void)pool->getObjectWithCompletionHandler(keep);
+  (void)pool->getObjectWithCompletionHandler(keep);
+  ASSERT_EQ(pool->waitingRequestsCount(), 4u);
+  // One pass serves three requests; the second throws, and its object goes on to the fourth.
+  EXPECT_NO_THROW(EXPECT_TRUE(pool->addObjectsFromArrayToFreeObjects({a, b, c})));
+  EXPECT_EQ(delivered.size(), 3u);
+  EXPECT_EQ(pool->waitingRequestsCount(), 0u);
+  EXPECT_EQ(pool->allBusyObjects().size(), 3u);
+  EXPECT_EQ(std::set<Object>(delivered.begin(), delivered.end()).size(), 3u);
+
+  // The same through putObject(), which serves with the lock held.
+  for (const auto& object : delivered) ASSERT_TRUE(pool->putObject(object));
+  auto held = pool->getObjectsWithCount(3);
+  delivered.clear();
+  (void)pool->getObjectWithCompletionHandler([](const Object&) { throw std::runtime_error("handler failed"); });
+  (void)pool->getObjectWithCompletionHandler(keep);
+  EXPECT_NO_THROW(EXPECT_TRUE(pool->putObject(held[0])));
+  ASSERT_EQ(delivered.size(), 1u);
+  EXPECT_EQ(delivered[0], held[0]);
+
+  // Served at once: the exception reaches the caller, the object is not lost.
+  ASSERT_TRUE(pool->putObject(held[1]));
+  EXPECT_THROW((void)pool->getObjectWithCompletionHandler([](const Object&) { throw std::runtime_error("no"); }),
+               std::runtime_error);
+  EXPECT_EQ(pool->allFreeObjects().size(), 1u);
+}
+
+TEST(ObjectsPool, LeasesReturnTheirObjectWhenTheyEnd) {
+  auto pool = Pool::poolWithObjects({connection(1)});
+  {
+    auto lease = pool->lease();
+    ASSERT_TRUE(lease);
+    EXPECT_EQ(lease->id, 1);
+    EXPECT_FALSE(pool->lease());  // nothing free while it is out
+    auto moved = std::move(lease);
+    EXPECT_FALSE(lease);
+    EXPECT_EQ(pool->allBusyObjects().size(), 1u);
+  }
+  EXPECT_EQ(pool->allFreeObjects().size(), 1u);
+  try {
+    auto lease = pool->leaseWaitUntilBecomeAvailable();
+    throw std::runtime_error("work failed");
+  } catch (const std::runtime_error&) {
+  }
+  EXPECT_EQ(pool->allFreeObjects().size(), 1u);
+  auto kept = pool->lease().detach();
+  EXPECT_EQ(pool->allBusyObjects().size(), 1u);
+  EXPECT_TRUE(pool->putObject(kept));
+}
+
+TEST(ObjectsPool, BlockingWaitsGiveUpOnTimeoutOrStopAndWithdrawTheirRequest) {
+  auto pool = Pool::poolWithObjects({connection(1)});
+  auto held = pool->getObject();
+  for (double timeout : {0.0, -1.0, std::numeric_limits<double>::quiet_NaN(), 0.02}) {
+    EXPECT_EQ(pool->getObjectWaitUntilBecomeAvailable(Pool::Seconds(timeout)), nullptr) << timeout;
+    EXPECT_EQ(pool->waitingRequestsCount(), 0u);
+  }
+  std::stop_source alreadyStopped;
+  alreadyStopped.request_stop();
+  EXPECT_EQ(pool->getObjectWaitUntilBecomeAvailable(alreadyStopped.get_token()), nullptr);
+
+  std::stop_source stop;
+  std::thread stopper([&] {
+    // Stop only once the waiter is queued.
+    while (pool->waitingRequestsCount() == 0) std::this_thread::yield();
+    stop.request_stop();
+  });
+  EXPECT_FALSE(pool->leaseWaitUntilBecomeAvailable(stop.get_token()));
+  stopper.join();
+  EXPECT_EQ(pool->waitingRequestsCount(), 0u);
+
+  // A huge timeout waits as long as needed, and gets the object when it comes back.
+  std::thread returner([&] {
+    while (pool->waitingRequestsCount() == 0) std::this_thread::yield();
+    EXPECT_TRUE(pool->putObject(held));
+  });
+  EXPECT_EQ(pool->getObjectWaitUntilBecomeAvailable(Pool::Seconds(1e300)), held);
+  returner.join();
 }
 
 TEST(ObjectsPool, DescribesItself) {

@@ -292,6 +292,42 @@ TEST(OperationQueue, DisposeWaitsForRunningOperationsOnOtherThreads) {
   EXPECT_EQ(waiting->mainCalls.load(), 0);
 }
 
+TEST(OperationQueue, AQueueWithItsOwnThreadEndsItWhenItGoesAndItsOperationsStillFinish) {
+  Recorder recorder;
+  std::shared_ptr<ZTThread> thread;
+  auto done = named("done", recorder, true);
+  auto running = named("running", recorder, false);
+  auto waiting = named("waiting", recorder, true);
+  {
+    auto queue = ZTOperationQueue::createWithOwnThread("owned queue thread");
+    ASSERT_NE(queue, nullptr);
+    EXPECT_TRUE(queue->ownsWorkerThread());
+    thread = queue->workerThread();
+    EXPECT_EQ(thread->name(), "owned queue thread");
+    queue->setMaxConcurrentOperationCount(1);
+    queue->addOperation(done);
+    ASSERT_TRUE(done->waitUntilFinished(10s));
+    queue->addOperation(running);
+    queue->addOperation(waiting);
+    ASSERT_TRUE(zttest::eventually([&] { return running->mainCalls.load() == 1; }));
+  }
+  // The queue is gone: the operation it never started still finishes, as cancelled, and the thread ends.
+  EXPECT_TRUE(waiting->waitUntilFinished(10s));
+  EXPECT_TRUE(waiting->isCancelled());
+  EXPECT_EQ(waiting->mainCalls.load(), 0);
+  EXPECT_TRUE(running->isCancelled());
+  running->finishAfterCancellation();
+  EXPECT_TRUE(running->waitUntilFinished(10s));
+  EXPECT_TRUE(zttest::eventually([&] { return !thread->isExecuting(); }));
+
+  auto shared = ZTOperationQueue::create(ZTThreadWithRunLoop::spawnThreadWithName("not owned"));
+  EXPECT_FALSE(shared->ownsWorkerThread());
+  auto notOwned = shared->workerThread();
+  shared.reset();
+  EXPECT_FALSE(notOwned->isCancelled());
+  notOwned->cancel();
+}
+
 TEST(OperationQueue, DescribesItself) {
   WorkerThread worker;
   Recorder recorder;

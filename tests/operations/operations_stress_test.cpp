@@ -25,9 +25,10 @@ struct Tally {
 // Finishes in main(), or later from another thread, depending on its mode.
 class StressOperation : public ZTConcurrentOperation {
  public:
-  StressOperation(std::shared_ptr<ZTThread> worker, std::shared_ptr<ZTThread> finisher, int mode, Tally& tally)
+  StressOperation(ConstructionKey key, std::shared_ptr<ZTThread> worker, std::shared_ptr<ZTThread> finisher, int mode,
+                  Tally& tally)
       : ZTConcurrentOperation(
-            std::move(worker), nullptr, [&tally](ZTConcurrentOperation&) { ++tally.cancellations; },
+            key, std::move(worker), nullptr, [&tally](ZTConcurrentOperation&) { ++tally.cancellations; },
             [&tally](ZTConcurrentOperation&, const ZTError&) { ++tally.failures; }),
         finisher_(std::move(finisher)),
         mode_(mode),

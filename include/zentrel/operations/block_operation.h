@@ -10,7 +10,12 @@
 // ZTConcurrentBlockOperation: a ZTConcurrentOperation (handlers on its worker thread). Either a
 // synchronous execution block, after which it finishes at once — failing when the block stored an
 // error, succeeding otherwise — or an asynchronous block, which must later call one of the
-// finishing methods; until then the operation stays executing.
+// finishing methods; until then the operation stays executing. A block that throws is logged
+// through ZTLog and the operation finishes as a failure (ZTCocoaErrorDomain code -1, unless the block
+// stored an error first); handlers that throw are logged and the operation completes all the same.
+//
+// ZTBlockOperation is synchronous: an exception from its block or handlers finishes the operation
+// and then reaches the caller of start(); a queue that started it logs it and goes on.
 //
 // Handlers are set at creation and never changed by the operations.
 
@@ -24,6 +29,10 @@
 #include "zentrel/platform/export.h"
 
 class ZT_API ZTBlockOperation : public ZTCancellationHandlingOperation {
+  struct ConstructionKey {
+    explicit ConstructionKey() = default;
+  };
+
  public:
   using ExecutionBlock = std::function<bool(ZTBlockOperation& operation, std::optional<ZTError>& error)>;
   using Handler = std::function<void(ZTBlockOperation& operation)>;
@@ -34,8 +43,8 @@ class ZT_API ZTBlockOperation : public ZTCancellationHandlingOperation {
                                                                 Handler cancellationHandler,
                                                                 Handler successHandler,
                                                                 FailureHandler failureHandler);
-  // Use create(); public only for std::make_shared.
-  ZTBlockOperation(ExecutionBlock executionBlock, Handler startHandler, Handler cancellationHandler,
+  // Reached only through create(): the key is private.
+  ZTBlockOperation(ConstructionKey, ExecutionBlock executionBlock, Handler startHandler, Handler cancellationHandler,
                    Handler successHandler, FailureHandler failureHandler);
 
   void doMain() override;
@@ -68,8 +77,8 @@ class ZT_API ZTConcurrentBlockOperation : public ZTConcurrentOperation {
       AsyncExecutionBlock asyncExecutionBlock, std::shared_ptr<ZTThread> workerThread, Handler startHandler,
       Handler cancellationHandler, FailureHandler failureHandler);
 
-  // Use the create functions; public only for std::make_shared.
-  ZTConcurrentBlockOperation(ExecutionBlock executionBlock, AsyncExecutionBlock asyncExecutionBlock,
+  // Reached only through the create functions (see ZTConcurrentOperation::ConstructionKey).
+  ZTConcurrentBlockOperation(ConstructionKey key, ExecutionBlock executionBlock, AsyncExecutionBlock asyncExecutionBlock,
                              std::shared_ptr<ZTThread> workerThread, Handler startHandler, Handler cancellationHandler,
                              SuccessHandler successHandler, FailureHandler failureHandler);
 
@@ -84,14 +93,18 @@ class ZT_API ZTConcurrentBlockOperation : public ZTConcurrentOperation {
 // An operation that does nothing but report an error it was given: for callers that must return an
 // operation although they already know the outcome. Synchronous; main() calls the failure handler.
 class ZT_API ZTAlwaysFailingOperation : public ZTOperation {
+  struct ConstructionKey {
+    explicit ConstructionKey() = default;
+  };
+
  public:
   using FailureHandler = std::function<void(ZTAlwaysFailingOperation& operation, const ZTError& error)>;
 
   // nullptr when the failure handler is empty.
   [[nodiscard]] static std::shared_ptr<ZTAlwaysFailingOperation> create(ZTError error,
                                                                         FailureHandler failureHandler);
-  // Use create(); public only for std::make_shared.
-  ZTAlwaysFailingOperation(ZTError error, FailureHandler failureHandler);
+  // Reached only through create(): the key is private.
+  ZTAlwaysFailingOperation(ConstructionKey, ZTError error, FailureHandler failureHandler);
 
   void main() override;
   const ZTError& error() const { return error_; }

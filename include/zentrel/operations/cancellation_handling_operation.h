@@ -4,7 +4,8 @@
 // work (doMain()) has begun, cancellation is the work's own business and the handler is not called.
 //
 // Subclasses override doMain(). The handler runs on the thread that calls start(), after the
-// operation has finished. Set it before the operation starts.
+// operation has finished. Set it before the operation starts. A handler that throws is logged
+// through ZTLog and does not reach the caller of start(); the operation has finished already.
 
 #include <atomic>
 #include <functional>

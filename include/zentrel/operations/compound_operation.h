@@ -6,14 +6,16 @@
 //
 // The private queue runs on the compound operation's worker thread, or, when it has none, on a
 // thread spawned for it ("Compound Operation (0x...) Worker Thread") and cancelled when the compound
-// operation completes.
+// operation completes — before it reports finished.
 //
 // Option ZTCompoundOperationWaitUntilFinishedAndCompletionHandlersAreCalled: finish only after every
 // member's own completion block has returned. The waiting happens on ZTDispatchQueue::global(),
 // never on a worker thread. Without it the completion handler may run before the last member's
 // completion block.
 //
-// cancel() cancels every member. Destroying a compound operation disposes of its queue (which waits
+// cancel() cancels every member. Members of a compound operation cancelled before it ran are
+// started as cancelled when it completes, so each still finishes (through its own cancellation
+// path) and nobody waiting on one hangs. Destroying a compound operation disposes of its queue (which waits
 // up to 60 seconds for members still running) — release it only once it has finished.
 //
 // ZTMutableCompoundConcurrentOperation may be created empty and accepts more members until it
@@ -44,8 +46,8 @@ class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
       std::shared_ptr<ZTThread> workerThread, Handler startHandler, Handler cancellationHandler,
       CompletionHandler completionHandler);
 
-  // Use create(); public only for std::make_shared.
-  ZTCompoundConcurrentOperation(std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
+  // Reached only through create() (see ZTConcurrentOperation::ConstructionKey).
+  ZTCompoundConcurrentOperation(ConstructionKey key, std::vector<std::shared_ptr<ZTOperation>> operations, std::uint64_t options,
                                 std::shared_ptr<ZTThread> workerThread, Handler startHandler,
                                 Handler cancellationHandler, CompletionHandler completionHandler);
   ~ZTCompoundConcurrentOperation() override;

@@ -4,9 +4,10 @@
 // the finishing methods. All handlers and main() run on the worker thread; a finishing method
 // called elsewhere hops there and returns before the handlers have run.
 //
-// Creating: construct through ZTConcurrentOperation::make<T>(constructor arguments...), which
-// returns nullptr (after logging a line) when the worker thread is unusable — not executing,
-// cancelled, or the main thread — and names and starts a spawned worker thread. A null worker
+// Creating: only through ZTConcurrentOperation::make<T>(constructor arguments...), which returns
+// nullptr (after logging a line) when the worker thread is unusable — not executing, cancelled,
+// or the main thread — and names and starts a spawned worker thread. The constructors require a
+// ConstructionKey that only make() can create. A null worker
 // thread means: run on whatever thread calls start(), and finish on the thread that finishes.
 //
 // Subclassing: override main() to begin the work; it must return as soon as the work is under way.
@@ -20,6 +21,13 @@
 //
 // Exceptions from main() are caught and discarded when shouldHandleExceptions() is true (the
 // default); the operation then stays executing unless main() finished it before throwing.
+//
+// Handlers that throw: an exception from the start, cancellation, finalization, failure or success
+// handler is logged through ZTLog (one line naming the handler and the reason) and does not leave
+// the operation executing: it still completes, so its queue's count drops, waitUntilFinished()
+// returns and a compound operation that holds it goes on. A start handler that throws means the
+// work never began: the operation finishes as a failure (ZTCocoaErrorDomain code -1, through the
+// failure handler). A finalization handler that throws turns the outcome into that same failure.
 //
 // Ownership: calls queued for the worker thread keep the operation alive. An operation that
 // spawned its worker thread cancels that thread when it is destroyed, so the thread lives exactly
@@ -49,19 +57,29 @@ class ZT_API ZTConcurrentOperation : public ZTOperation {
   struct SpawnedWorkerThread {};
   static constexpr SpawnedWorkerThread spawnedWorkerThread{};
 
+  // The pass that only make() can issue: every constructor takes it first, so an operation cannot
+  // be constructed past make()'s checks (std::make_shared<Op>(...) does not compile). Subclasses
+  // take it as their first parameter and hand it on, or inherit the constructors.
+  class ConstructionKey {
+   private:
+    ConstructionKey() = default;
+    friend class ZTConcurrentOperation;
+  };
+
   // Runs on the given worker thread (null: on the thread that calls start()).
-  ZTConcurrentOperation(std::shared_ptr<ZTThread> workerThread, Handler startHandler = {},
+  ZTConcurrentOperation(ConstructionKey key, std::shared_ptr<ZTThread> workerThread, Handler startHandler = {},
                         Handler cancellationHandler = {}, FailureHandler failureHandler = {});
   // Runs on a worker thread of its own, named "<ClassName: 0x...> Worker Thread", spawned by
   // make<T>() and cancelled when the operation is destroyed.
-  ZTConcurrentOperation(SpawnedWorkerThread, Handler startHandler = {}, Handler cancellationHandler = {},
-                        FailureHandler failureHandler = {});
+  ZTConcurrentOperation(ConstructionKey key, SpawnedWorkerThread, Handler startHandler = {},
+                        Handler cancellationHandler = {}, FailureHandler failureHandler = {});
   ~ZTConcurrentOperation() override;
 
-  // Constructs T and completes its set-up; nullptr when the worker thread is unusable.
+  // Constructs T (passing the construction key before the arguments) and completes its set-up;
+  // nullptr when the worker thread is unusable.
   template <class T, class... A>
   [[nodiscard]] static std::shared_ptr<T> make(A&&... arguments) {
-    auto operation = std::make_shared<T>(std::forward<A>(arguments)...);
+    auto operation = std::make_shared<T>(ConstructionKey{}, std::forward<A>(arguments)...);
     if (!operation->completeInitialization()) return nullptr;
     return operation;
   }

@@ -17,12 +17,24 @@
 // Threads: every function may be called from any thread. One recursive lock guards the pool; the
 // tests of getObjectPassingTest() and removeObjectsPassingTest() and the enumeration blocks run
 // under it. getObjectWaitUntilBecomeAvailable() blocks until an object is freed or added — never call
-// it on the only thread that could return one.
+// it on the only thread that could return one; its forms with a timeout or a std::stop_token give up
+// and return nullptr (withdrawing the request) when the time is up or a stop is requested.
+//
+// Handlers that throw: a completion handler served inside putObject() or an adding call that throws
+// is logged through ZTLog; the other requests of the same pass are still served, and the object
+// the failed handler was given goes back to the pool (to the next waiting request, if any). A
+// handler called at once by getObjectWithCompletionHandler() that throws gets its object put back
+// and the exception reaches the caller.
+//
+// Leases: lease() and leaseWaitUntilBecomeAvailable() hand an object out inside a
+// ZTObjectsPoolLease, which puts it back into the pool when it is destroyed (or release()d), so an
+// early return or an exception cannot leave the object busy. The lease keeps the pool alive.
 
 #include <pthread.h>
 
 #include <atomic>
 #include <bit>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -30,12 +42,15 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
+#include <stop_token>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "zentrel/platform/debug_name.h"
+#include "zentrel/operations/internal/guarded_call.h"
 #include "zentrel/platform/dispatch.h"
 #include "zentrel/platform/mutex.h"
 
@@ -89,6 +104,57 @@ class ZTObjectsPoolRequestToken {
 };
 
 template <class T>
+class ZTObjectsPool;
+
+// One object taken from a ZTObjectsPool, put back when the lease is destroyed. Move-only; an empty
+// lease (no object was free, or the wait gave up) holds nothing and puts nothing back.
+template <class T>
+class ZTObjectsPoolLease {
+ public:
+  ZTObjectsPoolLease() = default;
+  ZTObjectsPoolLease(std::shared_ptr<ZTObjectsPool<T>> pool, std::shared_ptr<T> object)
+      : pool_(object ? std::move(pool) : nullptr), object_(std::move(object)) {}
+  ZTObjectsPoolLease(ZTObjectsPoolLease&& other) noexcept
+      : pool_(std::move(other.pool_)), object_(std::move(other.object_)) {}
+  ZTObjectsPoolLease& operator=(ZTObjectsPoolLease&& other) noexcept {
+    if (this != &other) {
+      release();
+      pool_ = std::move(other.pool_);
+      object_ = std::move(other.object_);
+    }
+    return *this;
+  }
+  ZTObjectsPoolLease(const ZTObjectsPoolLease&) = delete;
+  ZTObjectsPoolLease& operator=(const ZTObjectsPoolLease&) = delete;
+  ~ZTObjectsPoolLease() { release(); }
+
+  explicit operator bool() const { return static_cast<bool>(object_); }
+  T* operator->() const { return object_.get(); }
+  T& operator*() const { return *object_; }
+  const std::shared_ptr<T>& object() const { return object_; }
+
+  // Puts the object back now; the lease is empty afterwards. False when it held nothing or the
+  // pool refused the object (it was removed from the pool meanwhile).
+  bool release() noexcept {
+    if (!object_) return false;
+    auto pool = std::move(pool_);
+    auto object = std::move(object_);
+    pool_.reset();
+    object_.reset();
+    return pool->putObject(object);
+  }
+  // Keeps the object out of the pool for good: the lease lets go of it without putting it back.
+  std::shared_ptr<T> detach() {
+    pool_.reset();
+    return std::move(object_);
+  }
+
+ private:
+  std::shared_ptr<ZTObjectsPool<T>> pool_;
+  std::shared_ptr<T> object_;
+};
+
+template <class T>
 class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
  public:
   using Object = std::shared_ptr<T>;
@@ -96,6 +162,8 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   using BusyTest = std::function<bool(const Object& object, bool busy)>;
   using CompletionHandler = std::function<void(const Object& object)>;
   using Token = std::shared_ptr<ZTObjectsPoolRequestToken>;
+  using Lease = ZTObjectsPoolLease<T>;
+  using Seconds = std::chrono::duration<double>;
 
   static constexpr std::uint64_t defaultMaxCount = std::numeric_limits<std::uint32_t>::max();
 
@@ -177,7 +245,14 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
         waiting_.emplace(token->serial(), Request{token, std::move(handler)});
       }
     }
-    if (object) handler(object);
+    if (object) {
+      try {
+        handler(object);
+      } catch (...) {
+        (void)putObject(object);
+        throw;
+      }
+    }
     return token;
   }
 
@@ -192,18 +267,26 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
   }
 
   // Blocks until an object can be handed to the caller.
-  [[nodiscard]] Object getObjectWaitUntilBecomeAvailable() {
-    struct Delivery {
-      ZTSemaphore semaphore;
-      Object object;
-    };
-    auto delivery = std::make_shared<Delivery>();
-    Token token = getObjectWithCompletionHandler([delivery](const Object& object) {
-      delivery->object = object;
-      delivery->semaphore.signal();
-    });
-    if (token) delivery->semaphore.wait();
-    return delivery->object;
+  [[nodiscard]] Object getObjectWaitUntilBecomeAvailable() { return waitForObject(std::nullopt, {}); }
+  // As above, but gives up after timeout (NaN or negative: at once; huge: as without one) and
+  // returns nullptr, the request withdrawn.
+  [[nodiscard]] Object getObjectWaitUntilBecomeAvailable(Seconds timeout) { return waitForObject(timeout, {}); }
+  // As above, but gives up when a stop is requested through stop (at once when it already was).
+  [[nodiscard]] Object getObjectWaitUntilBecomeAvailable(std::stop_token stop) {
+    return waitForObject(std::nullopt, std::move(stop));
+  }
+
+  // A free object in a lease (empty when none is free).
+  [[nodiscard]] Lease lease() { return Lease(this->shared_from_this(), getObject()); }
+  // Blocks for an object as getObjectWaitUntilBecomeAvailable() does, and leases it.
+  [[nodiscard]] Lease leaseWaitUntilBecomeAvailable() {
+    return Lease(this->shared_from_this(), getObjectWaitUntilBecomeAvailable());
+  }
+  [[nodiscard]] Lease leaseWaitUntilBecomeAvailable(Seconds timeout) {
+    return Lease(this->shared_from_this(), getObjectWaitUntilBecomeAvailable(timeout));
+  }
+  [[nodiscard]] Lease leaseWaitUntilBecomeAvailable(std::stop_token stop) {
+    return Lease(this->shared_from_this(), getObjectWaitUntilBecomeAvailable(std::move(stop)));
   }
 
   // Any free object, else any busy one, else nullptr; changes nothing.
@@ -228,8 +311,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
     unlink(slot);
     link(slot, false);
     // Handed to waiting requests before returning, with the lock still held.
-    if (!waiting_.empty())
-      for (const auto& [handler, given] : takeServedRequests()) handler(given);
+    if (!waiting_.empty()) deliver(takeServedRequests());
     return true;
   }
 
@@ -248,7 +330,7 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
       for (const auto& object : objects) insertFree(object);
       served = takeServedRequests();
     }
-    for (const auto& [handler, object] : served) handler(object);
+    deliver(std::move(served));
     return true;
   }
 
@@ -486,6 +568,89 @@ class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
       it = waiting_.erase(it);
     }
     return served;
+  }
+
+  // Calls the handlers of served requests. One that throws is logged and costs the others nothing;
+  // its object, which it did not take, goes back (to the next waiting request, if any). Every round
+  // serves requests that were waiting, so it ends when they run out or no handler throws.
+  void deliver(std::vector<std::pair<CompletionHandler, Object>> served) {
+    while (!served.empty()) {
+      std::vector<Object> refused;
+      for (auto& [handler, object] : served)
+        if (!zt::detail::callLoggingExceptions("A completion handler of an objects pool", [&] { handler(object); }))
+          refused.push_back(object);
+      served.clear();
+      if (refused.empty()) return;
+      ZTLockGuard lock(mutex_);
+      for (const auto& object : refused) {
+        Slot* slot = slots_.find(object.get());
+        if (slot && slot->busy) {
+          unlink(slot);
+          link(slot, false);
+        }
+      }
+      served = takeServedRequests();
+    }
+  }
+
+  Object waitForObject(std::optional<Seconds> timeout, std::stop_token stop) {
+    struct Delivery {
+      ZTMutex mutex;
+      ZTConditionVariable condition;
+      Object object ZT_GUARDED_BY(mutex);
+      bool delivered ZT_GUARDED_BY(mutex) = false;
+      bool stopped ZT_GUARDED_BY(mutex) = false;
+    };
+    auto delivery = std::make_shared<Delivery>();
+    Token token = getObjectWithCompletionHandler([delivery](const Object& object) {
+      {
+        ZTLockGuard lock(delivery->mutex);
+        delivery->object = object;
+        delivery->delivered = true;
+      }
+      delivery->condition.notify_all();
+    });
+    if (!token) {
+      ZTLockGuard lock(delivery->mutex);
+      return delivery->object;
+    }
+    using Clock = std::chrono::steady_clock;
+    std::optional<Clock::time_point> deadline;
+    if (timeout) {
+      const double seconds = timeout->count();
+      if (!(seconds > 0))
+        deadline = Clock::now();
+      else if (seconds < 1e9)
+        deadline = Clock::now() + std::chrono::ceil<Clock::duration>(*timeout);
+    }
+    std::stop_callback onStop(stop, [delivery] {
+      {
+        ZTLockGuard lock(delivery->mutex);
+        delivery->stopped = true;
+      }
+      delivery->condition.notify_all();
+    });
+    {
+      ZTUniqueLock lock(delivery->mutex);
+      while (!delivery->delivered && !delivery->stopped) {
+        if (!deadline) {
+          delivery->condition.wait(lock);
+        } else if (delivery->condition.wait_until(lock, *deadline) == std::cv_status::timeout) {
+          break;
+        }
+      }
+      if (delivery->delivered) return delivery->object;
+    }
+    // Giving up: withdraw the request. When it can no longer be withdrawn it is being served right
+    // now; wait for that delivery and hand its object back rather than losing it.
+    if (cancelGetRequestWithToken(token)) return nullptr;
+    Object object;
+    {
+      ZTUniqueLock lock(delivery->mutex);
+      while (!delivery->delivered) delivery->condition.wait(lock);
+      object = delivery->object;
+    }
+    return object;
   }
 
   static std::string addressOf(const void* pointer) {

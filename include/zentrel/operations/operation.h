@@ -26,7 +26,8 @@
 // Completion: when the operation reports that it has finished, its completion block runs once, on
 // the thread that finished it, after the observers of "isFinished". Every operation then records
 // that its completion handler has run (also when it has none), which is what
-// waitUntilFinishedAndCompletionHandlerCalled() waits for.
+// waitUntilFinishedAndCompletionHandlerCalled() waits for. A completion block that throws is
+// logged through ZTLog and counts as called; the exception goes no further.
 //
 // Ownership: operations are held by std::shared_ptr (dependencies and readiness tracking need
 // weak references to them); an operation keeps its dependencies alive.

@@ -53,8 +53,16 @@ struct PendingStarts;
 
 class ZT_API ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
  public:
-  // nullptr for a null thread. The queue does not check the thread's state.
+  // nullptr for a null thread. The queue does not check the thread's state, and does not own the
+  // thread: whoever made it cancels it.
   [[nodiscard]] static std::shared_ptr<ZTOperationQueue> create(std::shared_ptr<ZTThread> workerThread);
+  // A queue on a ZTThreadWithRunLoop of its own, spawned here (named threadName, or
+  // "ZTOperationQueue Worker Thread") and owned by the queue, as std::jthread owns its thread: when
+  // the queue is destroyed it cancels the operations it still holds, the thread runs what is already
+  // queued on it and starts those that never started (so each finishes, as cancelled), and then the
+  // thread ends. Destruction does not wait; call dispose() first to wait for running operations.
+  [[nodiscard]] static std::shared_ptr<ZTOperationQueue> createWithOwnThread(std::string threadName = {});
+  bool ownsWorkerThread() const { return ownsWorkerThread_; }
   ~ZTOperationQueue();
   ZTOperationQueue(const ZTOperationQueue&) = delete;
   ZTOperationQueue& operator=(const ZTOperationQueue&) = delete;
@@ -95,7 +103,7 @@ class ZT_API ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQ
   std::string description() const;
 
  private:
-  explicit ZTOperationQueue(std::shared_ptr<ZTThread> workerThread);
+  ZTOperationQueue(std::shared_ptr<ZTThread> workerThread, bool ownsWorkerThread);
   using OperationPointer = std::shared_ptr<ZTOperation>;
   // The queue's record of one operation it holds: where the operation is, and the queue's
   // reference to it. The operation's holder while it is in the queue.
@@ -126,6 +134,7 @@ class ZT_API ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQ
   bool disposed_ ZT_GUARDED_BY(monitor_) = false;
   std::string name_ ZT_GUARDED_BY(monitor_);
   const std::shared_ptr<ZTThread> workerThread_;
+  const bool ownsWorkerThread_;
   // The members' own fields are the queue's too: they are read and written only by the functions
   // above that require the monitor.
   const std::unique_ptr<ReadyMembers> readyOperations_ ZT_PT_GUARDED_BY(monitor_);

@@ -4,7 +4,10 @@
 // getLock() hands out a release function and counts it; when the release functions have been
 // called as often as locks were handed out, the block runs — once, on the thread of the last
 // release, while the task lock's internal lock is held (so the block must not wait for another
-// thread that calls getLock()). Locks taken after that find no block and run nothing.
+// thread that calls getLock()). Locks taken after that find no block and run nothing. The block is
+// taken out before it runs, so it may call setBlock() (the new block waits for the next time the
+// count reaches zero) or take and release locks itself; a block that throws has still run: the
+// exception reaches the caller of the last release and the block does not run again.
 //
 // Each release function must be called exactly once: calling one more time than locks were taken
 // wraps the unsigned counter to its largest value, after which the block never runs.
