@@ -31,7 +31,7 @@ namespace zt {
 
 bool detail::performOnThread(const std::shared_ptr<ZTThread>& thread, std::function<void()> call, bool waitUntilDone) {
   if (!thread || !call) return false;
-  const auto loop = thread->runLoop();
+  const auto& loop = thread->runLoop();  // the thread holds it; no reference-count traffic
   if (waitUntilDone && loop->isCurrent()) {
     call();
     return true;

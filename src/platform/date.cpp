@@ -14,7 +14,13 @@ ZTDate ZTDate::fromSystemClock(std::chrono::system_clock::time_point time) {
 ZTDate::Interval ZTDate::timeIntervalSinceNow() const { return timeIntervalSinceDate(now()); }
 
 std::chrono::system_clock::time_point ZTDate::toSystemClock() const {
-  const auto sinceEpoch = std::chrono::duration<double>(timeIntervalSince1970());
+  using Clock = std::chrono::system_clock;
+  // Dates the clock cannot hold (distantFuture() among them with a nanosecond clock) saturate.
+  const double seconds = timeIntervalSince1970();
+  const double limit = std::chrono::duration<double>(Clock::duration::max()).count() - 1.0;
+  if (!(seconds < limit)) return std::isnan(seconds) ? Clock::time_point{} : Clock::time_point::max();
+  if (!(seconds > -limit)) return Clock::time_point::min();
+  const auto sinceEpoch = std::chrono::duration<double>(seconds);
   return std::chrono::system_clock::time_point(
       std::chrono::duration_cast<std::chrono::system_clock::duration>(sinceEpoch));
 }

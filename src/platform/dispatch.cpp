@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <deque>
 #include <future>
+#include <system_error>
 #include <thread>
 
 #include "platform/internal/system_thread.h"
@@ -80,13 +81,24 @@ class GlobalQueue final : public ZTDispatchQueue {
     {
       ZTLockGuard lock(mutex_);
       pending_.push_back(std::move(call));
-      if (idle_ == 0 && threads_ < maximumThreads_) {
+      // A woken worker stays counted as idle until it has taken a call, so compare the calls
+      // waiting with the workers that can still take them: each waiting call beyond those needs a
+      // thread, or it would queue behind calls that may be waiting for it.
+      if (pending_.size() > idle_ && threads_ < maximumThreads_) {
         ++threads_;
         spawn = true;
       }
     }
-    if (spawn) std::thread([this] { work(); }).detach();
-    else condition_.notify_one();
+    if (spawn) {
+      try {
+        std::thread([this] { work(); }).detach();
+      } catch (const std::system_error& e) {  // out of threads: the ones there take the call later
+        ZTLogf("ERROR: cannot add a thread to queue global: %s", e.what());
+        ZTLockGuard lock(mutex_);
+        --threads_;
+      }
+    }
+    condition_.notify_one();
   }
   void after(Seconds delay, std::function<void()> call) override {
     if (!call) return;

@@ -39,7 +39,12 @@ void writeToStandardError(std::string_view message) {
   std::snprintf(rest, sizeof rest, ".%03d %s[%d:%ld] ", static_cast<int>(millis), program_invocation_short_name,
                 static_cast<int>(getpid()), static_cast<long>(syscall(SYS_gettid)));
   line += rest;
-  line += message;
+  // One line per message: line breaks inside it are written as the two characters \n and \r.
+  for (const char c : message) {
+    if (c == '\n') line += "\\n";
+    else if (c == '\r') line += "\\r";
+    else line += c;
+  }
   line += '\n';
   // One write() per line, so that lines from several threads never interleave.
   std::size_t written = 0;
@@ -58,8 +63,17 @@ void ZTLog(std::string_view message) {
     ZTLockGuard lock(h.mutex);
     sink = h.sink;
   }
-  if (sink) (*sink)(message);
-  else writeToStandardError(message);
+  if (!sink) {
+    writeToStandardError(message);
+    return;
+  }
+  // A log call often reports a failure from inside a catch block: a sink that throws must not
+  // turn it into a new one. The line then goes to standard error.
+  try {
+    (*sink)(message);
+  } catch (...) {
+    writeToStandardError(message);
+  }
 }
 
 void ZTLogf(const char* format, ...) {

@@ -36,7 +36,10 @@ class TimerImpl;
 class FileDescriptorSourceImpl;
 
 struct zt::internal::RunLoopImpl {
-  asio::io_context context{1};
+  // The default concurrency hint, not 1: with a hint of 1 asio keeps a call posted from inside a
+  // running call in that call's private queue until it returns, so a nested turn (runWithCondition
+  // inside a call) could never see what its own call posted to this loop.
+  asio::io_context context;
   // Once set, no callback runs again. A post that passed its check just before closing lands in a
   // loop that will never run it; it is destroyed with the loop.
   std::atomic<bool> closed{false};

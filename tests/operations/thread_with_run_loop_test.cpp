@@ -132,4 +132,39 @@ TEST(ThreadWithRunLoop, AnIdleWorkerUsesNoMeasurableCpu) {
   thread->cancel();
   thread->waitUntilFinished();
 }
+TEST(ThreadWithRunLoop, ScopedHandleCancelsAndWaitsForItsThread) {
+  std::shared_ptr<ZTThreadWithRunLoop> seen;
+  std::atomic<bool> ran{false};
+  {
+    ZTScopedThreadWithRunLoop<> scoped("scoped");
+    seen = scoped.thread();
+    ASSERT_TRUE(zt::performBlock([&] { ran = true; }, seen, true));
+  }
+  EXPECT_TRUE(ran);
+  // Finished when the handle is gone: no cancel() to forget, and later calls are dropped.
+  EXPECT_TRUE(seen->isCancelled());
+  EXPECT_TRUE(seen->isFinished());
+  EXPECT_FALSE(zt::performBlock([] {}, seen, true));
+
+  // Moving hands over the thread; assigning over a handle ends the thread it had.
+  ZTScopedThreadWithRunLoop<> first("first");
+  ZTScopedThreadWithRunLoop<> second("second");
+  const auto firstThread = first.thread();
+  const auto secondThread = second.thread();
+  second = std::move(first);
+  EXPECT_FALSE(static_cast<bool>(first));
+  EXPECT_TRUE(secondThread->isFinished());
+  EXPECT_EQ(second.thread(), firstThread);
+  EXPECT_FALSE(firstThread->isCancelled());
+  second.reset();
+  EXPECT_TRUE(firstThread->isFinished());
+
+  // Ended from a call on its own thread, it cancels without waiting for itself.
+  auto own = std::make_unique<ZTScopedThreadWithRunLoop<>>("own");
+  const auto ownThread = own->thread();
+  ASSERT_TRUE(zt::performBlock([&] { own.reset(); }, ownThread, true));
+  ownThread->waitUntilFinished();
+  EXPECT_TRUE(ownThread->isFinished());
+}
+
 }  // namespace

@@ -28,6 +28,35 @@ TEST(Dispatch, GlobalQueueGrowsWhenEveryWorkerIsBlocked) {
   EXPECT_EQ(arrived, kCalls);
 }
 
+TEST(Dispatch, GlobalQueueRunsTheReleasingCallWhileIdleWorkersAreStillWaking) {
+  // Blocked calls submitted back to back, then the call that releases them. Workers that were
+  // just woken have not taken their call yet; counting them as idle would leave the releasing
+  // call queued behind calls that wait for it.
+  // Each round blocks more calls than the last left idle workers, so the pool must grow while the
+  // workers it woke are still on their way.
+  constexpr int kRounds = 8;
+  for (int round = 0; round < kRounds; ++round) {
+    const int kBlocked = 8 + 4 * round;
+    struct Round {
+      ZTSemaphore release;
+      ZTSemaphore finished;
+      std::atomic<int> starved{0};
+    };
+    auto state = std::make_shared<Round>();
+    for (int i = 0; i < kBlocked; ++i) {
+      ZTDispatchQueue::global()->async([state] {
+        if (!state->release.wait(1.0s)) ++state->starved;
+        state->finished.signal();
+      });
+    }
+    ZTDispatchQueue::global()->async([state, kBlocked] {
+      for (int i = 0; i < kBlocked; ++i) state->release.signal();
+    });
+    for (int i = 0; i < kBlocked; ++i) ASSERT_TRUE(state->finished.wait(10s));
+    ASSERT_EQ(state->starved.load(), 0) << "round " << round;
+  }
+}
+
 TEST(Dispatch, SyncWaitsAndAfterDelays) {
   auto queue = ZTDispatchQueue::global();
   bool onWorker = false;

@@ -105,22 +105,64 @@ TEST(RunLoop, FileDescriptorSourceReportsReadiness) {
   close(fds[1]);
 }
 
-TEST(RunLoop, StopEndsRun) {
-  std::atomic<bool> returned{false};
-  std::shared_ptr<ZTRunLoop> loop;
+TEST(RunLoop, StopEndsRunFromAnyThreadAndTheNextRunTurnsAgain) {
+  // Shared with the worker so that a failing stop() fails the test instead of hanging it.
+  struct State {
+    std::shared_ptr<ZTRunLoop> loop;
+    std::atomic<int> running{0};
+    std::atomic<int> returned{0};
+  };
+  auto state = std::make_shared<State>();
   std::atomic<bool> ready{false};
-  std::thread worker([&] {
-    loop = ZTRunLoop::current();
-    auto keep = loop->keepAlive();
+  std::thread worker([state, &ready] {
+    state->loop = ZTRunLoop::current();
+    auto keep = state->loop->keepAlive();
     ready = true;
-    loop->run();
-    returned = true;
+    for (int round = 0; round < 2; ++round) {
+      // Posted before run(): once it has run, the loop is surely turning.
+      (void)state->loop->post([&state, round] { state->running = round + 1; });
+      state->loop->run();
+      state->returned = round + 1;
+    }
   });
   while (!ready) std::this_thread::yield();
-  std::this_thread::sleep_for(10ms);
-  loop->stop();
+  const auto waitFor = [](const std::atomic<int>& value, int wanted) {
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (value.load() != wanted && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+    return value.load() == wanted;
+  };
+  bool ended = waitFor(state->running, 1);
+  state->loop->stop();  // from another thread
+  ended = ended && waitFor(state->returned, 1) && waitFor(state->running, 2);
+  (void)state->loop->post([&state] { state->loop->stop(); });  // from the loop's own thread
+  ended = ended && waitFor(state->returned, 2);
+  EXPECT_TRUE(ended);
+  if (ended) worker.join();
+  else worker.detach();  // the state it uses is shared; leaking it beats hanging the run
+}
+
+TEST(RunLoop, NestedRunSeesCallsPostedToTheOwnLoop) {
+  // A call that posts to its own loop and then waits on that loop must see its post: on a worker's
+  // loop and on the main loop.
+  const auto nestedWait = [](const std::shared_ptr<ZTRunLoop>& loop) {
+    std::atomic<bool> seen{false};
+    std::chrono::steady_clock::duration waited{};
+    EXPECT_TRUE(loop->post([&] {
+      EXPECT_TRUE(loop->post([&] { seen = true; }));
+      const auto start = std::chrono::steady_clock::now();
+      loop->runWithCondition([&] { return !seen.load(); }, 3.0s);
+      waited = std::chrono::steady_clock::now() - start;
+    }));
+    EXPECT_TRUE(runUntil(loop, [&] { return seen.load(); }));
+    EXPECT_LT(waited, 1s);
+  };
+  std::thread worker([&] {
+    auto loop = ZTRunLoop::current();
+    auto keep = loop->keepAlive();
+    nestedWait(loop);
+  });
   worker.join();
-  EXPECT_TRUE(returned);
+  nestedWait(ZTRunLoop::main());
 }
 
 TEST(RunLoop, RunUntilRunsCallsAndReturnsAtTheDeadline) {

@@ -50,29 +50,6 @@ TEST(Value, DescriptionReadsLikeAPropertyList) {
             "    date = 2001-01-01T00:00:00.000Z;\n}");
 }
 
-TEST(Date, CountsFromTheReferenceDate) {
-  EXPECT_DOUBLE_EQ(ZTDate::dateWithTimeIntervalSince1970(978307200.0).timeIntervalSinceReferenceDate(), 0.0);
-  const auto now = ZTDate::now();
-  const auto roundTrip = ZTDate::fromSystemClock(now.toSystemClock());
-  EXPECT_NEAR(roundTrip.timeIntervalSinceReferenceDate(), now.timeIntervalSinceReferenceDate(), 1e-6);
-  EXPECT_LT(ZTDate::distantPast(), now);
-  EXPECT_LT(now, ZTDate::distantFuture());
-  EXPECT_EQ(ZTDate(-0.0006).description(), "2000-12-31T23:59:59.999Z");
-}
-
-TEST(Error, DescribesItselfForPeople) {
-  const auto e = ZTError::posix(ENOENT, "/nope");
-  EXPECT_EQ(e.domain(), ZTPOSIXErrorDomain);
-  EXPECT_EQ(e.code(), ENOENT);
-  EXPECT_EQ(e.localizedDescription(), "No such file or directory");
-  EXPECT_EQ(e.userInfo()[ZTFilePathErrorKey].stringValue(), "/nope");
-  EXPECT_EQ(ZTError("MyDomain", 7).localizedDescription(), "The operation couldn\u2019t be completed. (MyDomain error 7.)");
-  ZTError out;
-  ZTSetError(nullptr, e);  // no out-parameter: nothing happens
-  ZTSetError(&out, e);
-  EXPECT_EQ(out, e);
-}
-
 TEST(Platform, ExceptionReasonsAndSmallHelpers) {
   EXPECT_EQ(ZTAbstractMethodReason("main", "ZTOperation"), "You must override main in ZTOperation class.");
   EXPECT_EQ(ZTRefusedInitializerReason("create(queue)", "create()", "ZTPool"),

@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <tuple>
@@ -106,8 +107,10 @@ bool isObject(const std::optional<A>& a, const std::optional<B>& b) {
 }
 
 // checkAndPerformSelector(f, args...): calls f(args...) on the calling thread when f is present.
-// checkAndPerformSelector(f, args..., thread): queues f(args...) on the thread without waiting
-// (a null thread means the calling thread, where the call then runs on a later run-loop turn).
+// checkAndPerformSelector(f, args..., thread): runs f(args...) on the thread without waiting (a
+// null thread means the calling thread). With none or one argument the call is always queued, so
+// on the calling thread it runs on a later run-loop turn; with two or three it goes the way of the
+// three-object performSelector, so on the calling thread it runs at once.
 // Up to three arguments.
 template <class F, class... A>
 void checkAndPerformSelector(const F& f, A&&... args) {
@@ -117,6 +120,13 @@ void checkAndPerformSelector(const F& f, A&&... args) {
     auto all = std::make_tuple(std::forward<A>(args)...);
     std::shared_ptr<ZTThread> thread = std::get<sizeof...(A) - 1>(all);
     if (!thread) thread = ZTThread::currentThread();
+    if constexpr (sizeof...(A) - 1 >= 2) {
+      if (thread->runLoop()->isCurrent()) {
+        [&]<std::size_t... I>(std::index_sequence<I...>) { std::invoke(f, std::get<I>(std::move(all))...); }
+        (std::make_index_sequence<sizeof...(A) - 1>{});
+        return;
+      }
+    }
     auto call = [f, all = std::move(all)]() mutable {
       [&]<std::size_t... I>(std::index_sequence<I...>) { std::invoke(f, std::get<I>(all)...); }
       (std::make_index_sequence<sizeof...(A) - 1>{});
@@ -185,6 +195,26 @@ void performSelectorLater(const F& f, T object) {
   } else if constexpr (std::is_invocable_v<const F&>) {
     (void)ZTRunLoop::current()->post([f] { std::invoke(f); });
   }
+}
+
+// Runs f() on the thread and returns a future for its result, or for the exception it threw. On
+// the thread itself it runs at once (a caller waiting there for its own loop would wait forever).
+// A call that is dropped — a null, cancelled or ended thread, or one that ends before running it —
+// leaves the future with std::future_errc::broken_promise rather than pending. Use wait_for on the
+// future for a wait with a timeout.
+template <class F>
+[[nodiscard]] std::future<std::invoke_result_t<F&>> performBlockWithFuture(F f,
+                                                                           const std::shared_ptr<ZTThread>& thread) {
+  using R = std::invoke_result_t<F&>;
+  auto task = std::make_shared<std::packaged_task<R()>>(std::move(f));
+  auto future = task->get_future();
+  if (thread && thread->runLoop()->isCurrent()) {
+    (*task)();
+    return future;
+  }
+  // Dropped unrun, the task is destroyed with the call, which breaks its promise.
+  (void)detail::performOnThread(thread, [task = std::move(task)] { (*task)(); }, false);
+  return future;
 }
 
 // Runs block on the calling thread's run loop after the delay; the returned timer can cancel it.

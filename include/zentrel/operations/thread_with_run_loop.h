@@ -9,8 +9,9 @@
 // calls still queued when the thread ends are dropped too — their function objects are destroyed,
 // which releases anyone waiting for them. A cancelled thread cannot be restarted.
 //
-// Ownership: the running thread keeps its object alive until it ends; keep a std::shared_ptr to
-// send it work. The shared thread (sharedThread()) lives as long as the process and is never
+// Ownership: the running thread keeps its object alive until it ends, so a thread whose last
+// handle is gone still runs until cancel(); keep a std::shared_ptr to send it work. For a thread
+// that ends with its owner, use ZTScopedThreadWithRunLoop below. The shared thread (sharedThread()) lives as long as the process and is never
 // cancelled by the library.
 
 #include <cstdio>
@@ -67,4 +68,41 @@ class ZT_API ZTThreadWithRunLoop : public ZTThread {
   void main() override;
 
   static std::string workerThreadName(const std::string& className, const void* address);
+};
+
+// An owning handle on a new ZTThreadWithRunLoop, as std::jthread is on a std::thread: destroying
+// (or reset()) cancels the thread and waits until it has finished, so a forgotten cancel() cannot
+// leak a thread. Calls still queued then are dropped, which releases anyone waiting for them.
+// Destroyed on its own thread (from a call running there), it cancels without waiting for itself.
+// Move-only; a moved-from handle owns nothing. Hand thread() to whatever sends the thread work —
+// other holders of that pointer keep the object alive, not the thread running.
+template <class T = ZTThreadWithRunLoop>
+class ZTScopedThreadWithRunLoop {
+ public:
+  explicit ZTScopedThreadWithRunLoop(std::string name = {})
+      : thread_(ZTThreadWithRunLoop::spawnThreadWithName<T>(std::move(name))) {}
+  ZTScopedThreadWithRunLoop(ZTScopedThreadWithRunLoop&& other) noexcept = default;
+  ZTScopedThreadWithRunLoop& operator=(ZTScopedThreadWithRunLoop&& other) noexcept {
+    if (this != &other) {
+      reset();
+      thread_ = std::move(other.thread_);
+    }
+    return *this;
+  }
+  ~ZTScopedThreadWithRunLoop() { reset(); }
+
+  const std::shared_ptr<T>& thread() const { return thread_; }
+  T* operator->() const { return thread_.get(); }
+  explicit operator bool() const { return thread_ != nullptr; }
+
+  // Cancels the thread and waits for it to finish; afterwards the handle owns nothing.
+  void reset() {
+    if (!thread_) return;
+    const std::shared_ptr<T> thread = std::move(thread_);
+    thread->cancel();
+    thread->waitUntilFinished();  // returns at once on the thread itself
+  }
+
+ private:
+  std::shared_ptr<T> thread_;
 };
