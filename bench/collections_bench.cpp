@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <unordered_map>
@@ -110,11 +111,31 @@ class BaselineLRU {
   std::unordered_map<std::int64_t, Entry> map_;
 };
 
+// The honest peer of a thread-safe cache: the same LRU behind a std::mutex.
+class LockedBaselineLRU {
+ public:
+  explicit LockedBaselineLRU(std::size_t limit) : cache_(limit) {}
+  PayloadPtr get(std::int64_t key) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return cache_.get(key);
+  }
+  void put(std::int64_t key, PayloadPtr object) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    cache_.put(key, std::move(object));
+  }
+
+ private:
+  std::mutex mutex_;
+  BaselineLRU cache_;
+};
+
 template <class Cache>
 void fill(Cache& cache, std::int64_t count, const PayloadPtr& payload) {
   for (std::int64_t key = 0; key < count; ++key) cache.setObject(payload, key);
 }
-void fill(BaselineLRU& cache, std::int64_t count, const PayloadPtr& payload) {
+template <class Cache>
+  requires requires(Cache& cache, const PayloadPtr& payload) { cache.put(0, payload); }
+void fill(Cache& cache, std::int64_t count, const PayloadPtr& payload) {
   for (std::int64_t key = 0; key < count; ++key) cache.put(key, payload);
 }
 
@@ -139,6 +160,17 @@ void BaselineLRURefreshingRead(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BaselineLRURefreshingRead)->Arg(1000)->Arg(100000);
+
+void LockedBaselineLRURefreshingRead(benchmark::State& state) {
+  const std::int64_t count = state.range(0);
+  LockedBaselineLRU cache(static_cast<std::size_t>(count));
+  fill(cache, count, std::make_shared<Payload>("payload"));
+  const auto keys = randomKeys(count, 1 << 16, 2);
+  std::size_t next = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(cache.get(keys[next++ & 0xffff]));
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(LockedBaselineLRURefreshingRead)->Arg(1000)->Arg(100000);
 
 // Every store is a new key into a full cache, so every store evicts the least recently used entry.
 void NumberLimitedCacheEvictingStore(benchmark::State& state) {
