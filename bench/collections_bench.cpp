@@ -245,18 +245,26 @@ class TransferDelegateProxy final : public ZTProxyDelegate<TransferDelegate> {
  public:
   void transferDidStart(int id) override { forward<&TransferDelegate::transferDidStart>(id); }
   void transferDidFinish(int id) override { forward<&TransferDelegate::transferDidFinish>(id); }
-  void transferDidFail(int id, int code) override { forward<&TransferDelegate::transferDidFail>(id, code); }
-  void transferDidPause(int id) override { forward<&TransferDelegate::transferDidPause>(id); }
-  bool transferShouldRetry(int id) override { return forward<&TransferDelegate::transferShouldRetry>(id); }
+  void transferDidFail(int id, int code) override {
+    forwardOrDefault<&TransferDelegate::transferDidFail>([&] { TransferDelegate::transferDidFail(id, code); }, id, code);
+  }
+  void transferDidPause(int id) override {
+    forwardOrDefault<&TransferDelegate::transferDidPause>([&] { TransferDelegate::transferDidPause(id); }, id);
+  }
+  bool transferShouldRetry(int id) override {
+    return forwardOrDefault<&TransferDelegate::transferShouldRetry>(
+        [&] { return TransferDelegate::transferShouldRetry(id); }, id);
+  }
   void transferDidProgress(int id, double fraction) override {
-    forward<&TransferDelegate::transferDidProgress>(id, fraction);
+    forwardOrDefault<&TransferDelegate::transferDidProgress>(
+        [&] { TransferDelegate::transferDidProgress(id, fraction); }, id, fraction);
   }
 };
 
 class ProgressCounter final : public TransferDelegate {
  public:
   explicit ProgressCounter(bool wantsProgress) : wantsProgress_(wantsProgress) {
-    if (wantsProgress) declareImplementedSelectors({ZTSelectorOf<&TransferDelegate::transferDidProgress>});
+    if (wantsProgress) declareImplemented<&TransferDelegate::transferDidProgress>(&ProgressCounter::transferDidProgress);
   }
   bool wantsProgress() const { return wantsProgress_; }
   void transferDidStart(int) override {}

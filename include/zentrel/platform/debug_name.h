@@ -5,8 +5,10 @@
 #include <string>
 #include <typeinfo>
 
+#include "zentrel/platform/export.h"
+
 // The demangled name of a type, e.g. "ZTThreadWithRunLoop" or "zt::Widget".
-std::string ZTDemangledTypeName(const std::type_info& type);
+ZT_API std::string ZTDemangledTypeName(const std::type_info& type);
 
 // The dynamic class name of an object, or "nil" when there is none.
 template <class T>
