@@ -1,8 +1,9 @@
 // Collections benchmarks, each beside its peer baseline:
 //   - ZTMapArray lookup by key vs a linear search of a std::vector, at 10, 1,000 and 100,000 items;
 //   - the number-limited and memory-size-limited caches (refreshing reads, evicting stores) vs a plain
-//     std::list + std::unordered_map LRU cache without locking, at 1,000 and 100,000 entries, so that
-//     a cost growing with the number of entries would show;
+//     std::list + std::unordered_map LRU cache, both without a lock and behind a std::mutex (the
+//     honest peer of a thread-safe cache), at 1,000 and 100,000 entries, so that a cost growing with
+//     the number of entries would show;
 //   - a ZTProxyDelegate call fanned out to four delegates (two implement the optional method, one has
 //     it muted) vs a hand-written loop over the same delegates with a flag per delegate, and a
 //     selector set lookup (how muted methods are found) vs a set of plain pointers.
@@ -194,6 +195,17 @@ void BaselineLRUEvictingStore(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BaselineLRUEvictingStore)->Arg(1000)->Arg(100000);
+
+void LockedBaselineLRUEvictingStore(benchmark::State& state) {
+  const std::int64_t count = state.range(0);
+  LockedBaselineLRU cache(static_cast<std::size_t>(count));
+  const auto payload = std::make_shared<Payload>("payload");
+  fill(cache, count, payload);
+  std::int64_t key = count;
+  for (auto _ : state) cache.put(key++, payload);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(LockedBaselineLRUEvictingStore)->Arg(1000)->Arg(100000);
 
 // Every object has size 1 and the limit is the entry count, so the memory-limited cache is as full
 // as the number-limited one and every new key evicts exactly one entry.
