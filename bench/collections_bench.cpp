@@ -1,8 +1,9 @@
 // Collections benchmarks, each beside its peer baseline:
 //   - ZTMapArray lookup by key vs a linear search of a std::vector, at 10, 1,000 and 100,000 items;
 //   - the number-limited and memory-size-limited caches (refreshing reads, evicting stores) vs a plain
-//     std::list + std::unordered_map LRU cache without locking, at 1,000 and 100,000 entries, so that
-//     a cost growing with the number of entries would show;
+//     std::list + std::unordered_map LRU cache, both without a lock and behind a std::mutex (the
+//     honest peer of a thread-safe cache), at 1,000 and 100,000 entries, so that a cost growing with
+//     the number of entries would show;
 //   - a ZTProxyDelegate call fanned out to four delegates (two implement the optional method, one has
 //     it muted) vs a hand-written loop over the same delegates with a flag per delegate, and a
 //     selector set lookup (how muted methods are found) vs a set of plain pointers.
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <string>
 #include <unordered_map>
@@ -110,11 +112,31 @@ class BaselineLRU {
   std::unordered_map<std::int64_t, Entry> map_;
 };
 
+// The honest peer of a thread-safe cache: the same LRU behind a std::mutex.
+class LockedBaselineLRU {
+ public:
+  explicit LockedBaselineLRU(std::size_t limit) : cache_(limit) {}
+  PayloadPtr get(std::int64_t key) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return cache_.get(key);
+  }
+  void put(std::int64_t key, PayloadPtr object) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    cache_.put(key, std::move(object));
+  }
+
+ private:
+  std::mutex mutex_;
+  BaselineLRU cache_;
+};
+
 template <class Cache>
 void fill(Cache& cache, std::int64_t count, const PayloadPtr& payload) {
   for (std::int64_t key = 0; key < count; ++key) cache.setObject(payload, key);
 }
-void fill(BaselineLRU& cache, std::int64_t count, const PayloadPtr& payload) {
+template <class Cache>
+  requires requires(Cache& cache, const PayloadPtr& payload) { cache.put(0, payload); }
+void fill(Cache& cache, std::int64_t count, const PayloadPtr& payload) {
   for (std::int64_t key = 0; key < count; ++key) cache.put(key, payload);
 }
 
@@ -140,6 +162,17 @@ void BaselineLRURefreshingRead(benchmark::State& state) {
 }
 BENCHMARK(BaselineLRURefreshingRead)->Arg(1000)->Arg(100000);
 
+void LockedBaselineLRURefreshingRead(benchmark::State& state) {
+  const std::int64_t count = state.range(0);
+  LockedBaselineLRU cache(static_cast<std::size_t>(count));
+  fill(cache, count, std::make_shared<Payload>("payload"));
+  const auto keys = randomKeys(count, 1 << 16, 2);
+  std::size_t next = 0;
+  for (auto _ : state) benchmark::DoNotOptimize(cache.get(keys[next++ & 0xffff]));
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(LockedBaselineLRURefreshingRead)->Arg(1000)->Arg(100000);
+
 // Every store is a new key into a full cache, so every store evicts the least recently used entry.
 void NumberLimitedCacheEvictingStore(benchmark::State& state) {
   const std::int64_t count = state.range(0);
@@ -162,6 +195,17 @@ void BaselineLRUEvictingStore(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BaselineLRUEvictingStore)->Arg(1000)->Arg(100000);
+
+void LockedBaselineLRUEvictingStore(benchmark::State& state) {
+  const std::int64_t count = state.range(0);
+  LockedBaselineLRU cache(static_cast<std::size_t>(count));
+  const auto payload = std::make_shared<Payload>("payload");
+  fill(cache, count, payload);
+  std::int64_t key = count;
+  for (auto _ : state) cache.put(key++, payload);
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(LockedBaselineLRUEvictingStore)->Arg(1000)->Arg(100000);
 
 // Every object has size 1 and the limit is the entry count, so the memory-limited cache is as full
 // as the number-limited one and every new key evicts exactly one entry.
@@ -213,18 +257,26 @@ class TransferDelegateProxy final : public ZTProxyDelegate<TransferDelegate> {
  public:
   void transferDidStart(int id) override { forward<&TransferDelegate::transferDidStart>(id); }
   void transferDidFinish(int id) override { forward<&TransferDelegate::transferDidFinish>(id); }
-  void transferDidFail(int id, int code) override { forward<&TransferDelegate::transferDidFail>(id, code); }
-  void transferDidPause(int id) override { forward<&TransferDelegate::transferDidPause>(id); }
-  bool transferShouldRetry(int id) override { return forward<&TransferDelegate::transferShouldRetry>(id); }
+  void transferDidFail(int id, int code) override {
+    forwardOrDefault<&TransferDelegate::transferDidFail>([&] { TransferDelegate::transferDidFail(id, code); }, id, code);
+  }
+  void transferDidPause(int id) override {
+    forwardOrDefault<&TransferDelegate::transferDidPause>([&] { TransferDelegate::transferDidPause(id); }, id);
+  }
+  bool transferShouldRetry(int id) override {
+    return forwardOrDefault<&TransferDelegate::transferShouldRetry>(
+        [&] { return TransferDelegate::transferShouldRetry(id); }, id);
+  }
   void transferDidProgress(int id, double fraction) override {
-    forward<&TransferDelegate::transferDidProgress>(id, fraction);
+    forwardOrDefault<&TransferDelegate::transferDidProgress>(
+        [&] { TransferDelegate::transferDidProgress(id, fraction); }, id, fraction);
   }
 };
 
 class ProgressCounter final : public TransferDelegate {
  public:
   explicit ProgressCounter(bool wantsProgress) : wantsProgress_(wantsProgress) {
-    if (wantsProgress) declareImplementedSelectors({ZTSelectorOf<&TransferDelegate::transferDidProgress>});
+    if (wantsProgress) declareImplemented<&TransferDelegate::transferDidProgress>(&ProgressCounter::transferDidProgress);
   }
   bool wantsProgress() const { return wantsProgress_; }
   void transferDidStart(int) override {}

@@ -46,9 +46,7 @@ bool ZTDelegateProtocol::respondsToSelector(ZTSelector selector) const {
   return std::find(implementedSelectors_.begin(), implementedSelectors_.end(), selector) != implementedSelectors_.end();
 }
 
-void ZTDelegateProtocol::declareImplementedSelectors(std::initializer_list<ZTSelector> selectors) {
-  for (ZTSelector selector : selectors)
-    if (!selector.isNull() &&
-        std::find(implementedSelectors_.begin(), implementedSelectors_.end(), selector) == implementedSelectors_.end())
-      implementedSelectors_.push_back(selector);
+void ZTDelegateProtocol::declareImplementedSelector(ZTSelector selector) {
+  if (std::find(implementedSelectors_.begin(), implementedSelectors_.end(), selector) == implementedSelectors_.end())
+    implementedSelectors_.push_back(selector);
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <compare>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -108,6 +110,62 @@ TEST(SortedInsertion, PointeeComparatorOverSharedElements) {
   for (const auto& task : ready) order.push_back(task->priority);
   EXPECT_EQ(order, (Ints{8, 8, 4, 1, 0}));
   EXPECT_EQ(zt::indexOfObject(ready, std::make_shared<Task>(Task{4}), higherPriorityFirst), 2u);
+}
+
+// A "less than" predicate answers another question than a comparator; read as an ordering its true
+// would mean "descending", so zt::removeObject(v, 4, std::less<>()) on {1, 3, 5, 7} removed 5.
+// Every function that takes a comparator refuses a callable answering bool, at compile time.
+template <class Comparator>
+constexpr bool searchable = requires(const Ints& numbers, Comparator comparator) {
+  zt::indexOfObject(numbers, 4, comparator);
+};
+template <class Comparator>
+constexpr bool removable = requires(Ints& numbers, Comparator comparator) { zt::removeObject(numbers, 4, comparator); };
+template <class Comparator>
+constexpr bool insertable = requires(Ints& numbers, Comparator comparator) {
+  zt::insertObject(numbers, 4, comparator);
+  zt::insertObject(numbers, 4, false, comparator);
+};
+template <class Comparator>
+constexpr bool comparesSharedVersions = requires(std::vector<std::shared_ptr<Version>>& versions,
+                                                 std::shared_ptr<Version> object, Comparator comparator) {
+  zt::insertObject(versions, object, comparator);
+};
+template <class Comparator>
+constexpr bool acceptedEverywhere = searchable<Comparator> && removable<Comparator> && insertable<Comparator>;
+template <class Comparator>
+constexpr bool refusedEverywhere = !searchable<Comparator> && !removable<Comparator> && !insertable<Comparator>;
+
+struct Answer {
+  operator int() const { return 0; }
+};
+struct BoolMethodVersion {
+  int number;
+  bool lessThan(const BoolMethodVersion& other) const { return number < other.number; }
+};
+
+TEST(SortedSearch, PredicatesAnsweringBoolAreRefusedAsComparators) {
+  auto lessThan = [](int element, int object) { return element < object; };
+  static_assert(refusedEverywhere<std::less<>>);
+  static_assert(refusedEverywhere<std::greater<int>>);
+  static_assert(refusedEverywhere<decltype(lessThan)>);
+  static_assert(refusedEverywhere<bool (*)(int, int)>);
+  static_assert(refusedEverywhere<Answer (*)(int, int)>);
+  // Over pointers, a bool predicate of the pointees is refused too, and so is a bool method.
+  static_assert(!comparesSharedVersions<std::less<>>);
+  static_assert(!comparesSharedVersions<bool (*)(const Version&, const Version&)>);
+  static_assert(!ZTComparatorFor<decltype(&BoolMethodVersion::lessThan), BoolMethodVersion>);
+
+  static_assert(acceptedEverywhere<decltype(ascending)>);
+  static_assert(acceptedEverywhere<std::compare_three_way>);
+  static_assert(acceptedEverywhere<int (*)(int, int)>);
+  static_assert(acceptedEverywhere<Ordering (*)(int, int)>);
+  static_assert(comparesSharedVersions<decltype(&Version::compare)>);
+
+  // What the removal does with a three-way comparison: the 4 is absent, nothing goes.
+  Ints numbers{1, 3, 5, 7};
+  EXPECT_FALSE(zt::removeObject(numbers, 4, std::compare_three_way()));
+  EXPECT_EQ(numbers, (Ints{1, 3, 5, 7}));
 }
 
 TEST(Subarrays, FromIndexRefusesTheCountItself) {

@@ -1,6 +1,7 @@
 // The small keyed containers: counted dictionary, non-retaining dictionary, pair, weak array.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,6 +37,43 @@ TEST(CountedDictionary, ADifferentObjectResetsTheCount) {
   EXPECT_EQ(uses.increaseCountForObjectForKey("k"), 2u);
   EXPECT_EQ(uses.increaseCountForObjectForKey("absent"), ZTNotFound);
   EXPECT_EQ(uses.count(), 1u);
+}
+
+// Objects are counted as equal by value, as the same text made three times is one object used thrice;
+// pointees without == fall back to identity, and raw pointers are compared as addresses.
+TEST(CountedDictionary, SharedObjectsCountByEqualPointees) {
+  ZTCountedDictionary<std::string, std::shared_ptr<std::string>> uses;
+  const auto first = std::make_shared<std::string>("body");
+  uses.setObject(first, "font");
+  uses.setObject(std::make_shared<std::string>("body"), "font");
+  uses.setObject(std::make_shared<std::string>("body"), "font");
+  EXPECT_EQ(uses.countForObjectForKey("font"), 3u);
+  EXPECT_EQ(*uses.objectForKey("font"), first);
+  uses.setObject(std::make_shared<std::string>("title"), "font");
+  EXPECT_EQ(uses.countForObjectForKey("font"), 1u);
+
+  struct Opaque {};
+  ZTCountedDictionary<int, std::shared_ptr<Opaque>> opaque;
+  const auto object = std::make_shared<Opaque>();
+  opaque.setObject(object, 1);
+  opaque.setObject(object, 1);
+  opaque.setObject(std::make_shared<Opaque>(), 2);
+  opaque.setObject(std::make_shared<Opaque>(), 2);
+  EXPECT_EQ(opaque.countForObjectForKey(1), 2u);
+  EXPECT_EQ(opaque.countForObjectForKey(2), 1u);
+
+  const char text[] = "a";
+  const char same[] = "a";
+  ZTCountedDictionary<int, const char*> pointers;
+  pointers.setObject(text, 1);
+  pointers.setObject(same, 1);
+  EXPECT_EQ(pointers.countForObjectForKey(1), 1u);
+
+  // Counting by identity is one parameter away.
+  ZTCountedDictionary<int, std::shared_ptr<std::string>, std::hash<int>, std::equal_to<int>, std::equal_to<>> byIdentity;
+  byIdentity.setObject(std::make_shared<std::string>("body"), 1);
+  byIdentity.setObject(std::make_shared<std::string>("body"), 1);
+  EXPECT_EQ(byIdentity.countForObjectForKey(1), 1u);
 }
 
 TEST(CountedDictionary, ExplicitCountsAndNilObjects) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <random>
 #include <string>
@@ -221,6 +222,15 @@ TEST(MapArray, SortingReindexesEverything) {
   EXPECT_TRUE(indexIsExact(*array));
 }
 
+template <class Comparator>
+constexpr bool insertsWith = requires(ZTMutableMapArray<int>& array, Comparator comparator) {
+  array.insertObject(4, comparator);
+};
+template <class Comparator>
+constexpr bool sortsWith = requires(ZTMutableMapArray<int>& array, Comparator comparator) {
+  array.sortUsingComparator(comparator);
+};
+
 TEST(MapArray, SortedInsertionByComparator) {
   auto numbers = ZTMutableMapArray<int>::create({1, 3, 5});
   ASSERT_TRUE(numbers);
@@ -235,6 +245,10 @@ TEST(MapArray, SortedInsertionByComparator) {
 
   ZTMutableMapArray<int> empty;
   EXPECT_EQ(empty.insertObject(7, ascending), 0u);
+
+  // "Less than" predicates are not comparators (see comparison.h); sort() is the form that takes them.
+  static_assert(!insertsWith<std::less<>> && !sortsWith<std::less<>>);
+  static_assert(insertsWith<decltype(ascending)> && sortsWith<decltype(ascending)>);
 }
 
 TEST(MapArray, SortedInsertionLandsBeforeTheProbedEqualElement) {

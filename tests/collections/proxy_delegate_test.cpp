@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -10,11 +11,14 @@ namespace {
 
 class Download {};
 
-// A delegate interface with one required and two optional methods.
+// A delegate interface with one required and two optional methods. The default retry delay is not
+// what a value-initialised int would be, so that the tests tell the two apart.
+constexpr int kDefaultRetryDelay = 30;
+
 class DownloadDelegate : public virtual ZTDelegateProtocol {
  public:
   virtual void downloadDidFinish(Download& download) = 0;
-  virtual int downloadRetryDelay(Download&) { return 0; }
+  virtual int downloadRetryDelay(Download&) { return kDefaultRetryDelay; }
   virtual void downloadDidProgress(Download&, double) {}
 
   static const ZTProtocol& protocol() {
@@ -41,11 +45,15 @@ class DownloadDelegateProxy final : public ZTProxyDelegate<DownloadDelegate> {
  public:
   void downloadDidFinish(Download& download) override { forward<&DownloadDelegate::downloadDidFinish>(download); }
   int downloadRetryDelay(Download& download) override {
-    return forward<&DownloadDelegate::downloadRetryDelay>(download);
+    return forwardOrDefault<&DownloadDelegate::downloadRetryDelay>(
+        [&] { return DownloadDelegate::downloadRetryDelay(download); }, download);
   }
   void downloadDidProgress(Download& download, double fraction) override {
-    forward<&DownloadDelegate::downloadDidProgress>(download, fraction);
+    forwardOrDefault<&DownloadDelegate::downloadDidProgress>(
+        [&] { DownloadDelegate::downloadDidProgress(download, fraction); }, download, fraction);
   }
+  // The same method forwarded without its default, to show what forward() alone answers.
+  int retryDelayWithoutDefault(Download& download) { return forward<&DownloadDelegate::downloadRetryDelay>(download); }
   void log(const std::string& line) { forward<&DiagnosticsDelegate::downloadDidLog>(line); }
 };
 
@@ -54,7 +62,7 @@ using Journal = std::vector<std::string>;
 class Recorder : public DownloadDelegate {
  public:
   Recorder(std::string name, Journal& journal, int retryDelay = -1) : name_(std::move(name)), journal_(journal), retryDelay_(retryDelay) {
-    if (retryDelay_ >= 0) declareImplementedSelectors({kRetryDelay});
+    if (retryDelay_ >= 0) declareImplemented<&DownloadDelegate::downloadRetryDelay>(&Recorder::downloadRetryDelay);
   }
   void downloadDidFinish(Download&) override { journal_.push_back(name_ + ".finish"); }
   int downloadRetryDelay(Download&) override {
@@ -112,7 +120,121 @@ TEST_F(ProxyFixture, OptionalMethodsReachOnlyDelegatesThatDeclareThem) {
   EXPECT_TRUE(proxy->respondsToSelector(kFinish));
   EXPECT_EQ(proxy->downloadRetryDelay(download), 2);
   EXPECT_EQ(journal, (Journal{"B.retryDelay"}));
-  EXPECT_THROW(proxy->downloadDidProgress(download, 0.5), ZTInternalInconsistencyException);
+  // Nobody declared the progress method: the proxy answers as either delegate alone would.
+  proxy->downloadDidProgress(download, 0.5);
+  EXPECT_EQ(journal, (Journal{"B.retryDelay"}));
+}
+
+// Code written against the interface gets from the proxy what it gets from one delegate: when no
+// delegate takes an optional method, the interface's own body answers.
+class FinishOnly : public DownloadDelegate {
+ public:
+  explicit FinishOnly(Journal& journal) : journal_(journal) {}
+  void downloadDidFinish(Download&) override { journal_.push_back("finish"); }
+
+ private:
+  Journal& journal_;
+};
+
+TEST_F(ProxyFixture, WhenNoDelegateTakesAnOptionalMethodTheInterfaceDefaultAnswers) {
+  auto first = std::make_shared<FinishOnly>(journal);
+  auto second = std::make_shared<FinishOnly>(journal);
+  auto proxy = makeProxy({first, second});
+  DownloadDelegate& single = *first;
+  DownloadDelegate& viaProxy = *proxy;
+  EXPECT_EQ(viaProxy.downloadRetryDelay(download), single.downloadRetryDelay(download));
+  EXPECT_EQ(viaProxy.downloadRetryDelay(download), kDefaultRetryDelay);
+  EXPECT_NO_THROW(viaProxy.downloadDidProgress(download, 0.5));
+  EXPECT_TRUE(journal.empty());
+
+  // The only delegate that implements it has it muted.
+  auto proxyOfOne = makeProxy({a});
+  proxyOfOne->ignoreDelegateMethodCalls(kRetryDelay, a);
+  EXPECT_EQ(proxyOfOne->downloadRetryDelay(download), kDefaultRetryDelay);
+  // A required method muted for every delegate is dropped.
+  proxyOfOne->ignoreDelegateMethodCalls(kFinish, a);
+  EXPECT_NO_THROW(proxyOfOne->downloadDidFinish(download));
+  EXPECT_TRUE(journal.empty());
+}
+
+// An override that was never declared is not known to the proxy (C++ cannot list a class's
+// overrides): the delegate counts as not implementing the method, and the call still answers.
+class UndeclaredOverride : public Recorder {
+ public:
+  using Recorder::Recorder;
+  int downloadRetryDelay(Download&) override {
+    journal_.push_back(name_ + ".retryDelay");
+    return 99;
+  }
+};
+
+TEST_F(ProxyFixture, AnUndeclaredOverrideIsNotCalledAndTheCallStillAnswers) {
+  auto undeclared = std::make_shared<UndeclaredOverride>("U", journal);
+  auto proxy = makeProxy({undeclared});
+  EXPECT_FALSE(proxy->respondsToSelector(kRetryDelay));
+  EXPECT_EQ(proxy->downloadRetryDelay(download), kDefaultRetryDelay);
+  proxy->addDelegatesFromArray(std::vector<std::shared_ptr<Recorder>>{b});
+  EXPECT_EQ(proxy->downloadRetryDelay(download), 2);
+  EXPECT_EQ(journal, (Journal{"B.retryDelay"}));
+}
+
+// Declaring a method is checked when it compiles: the class must override it, with the same
+// parameters and constness.
+class DeclarationProbe : public Recorder {
+ public:
+  using Recorder::Recorder;
+  using ZTDelegateProtocol::declareImplemented;
+};
+template <auto Method, class Override>
+constexpr bool declarable = requires(DeclarationProbe& probe, Override overriding) {
+  probe.template declareImplemented<Method>(overriding);
+};
+
+TEST(DelegateDeclaration, OnlyOverriddenMethodsCanBeDeclared) {
+  // Recorder overrides both optional methods; UndeclaredOverride inherits or overrides them.
+  static_assert(declarable<&DownloadDelegate::downloadRetryDelay, decltype(&Recorder::downloadRetryDelay)>);
+  static_assert(declarable<&DownloadDelegate::downloadRetryDelay, decltype(&UndeclaredOverride::downloadRetryDelay)>);
+  static_assert(declarable<&DownloadDelegate::downloadDidProgress, decltype(&DeclarationProbe::downloadDidProgress)>);
+  // Naming the interface's own method: nothing overrides it there.
+  static_assert(!declarable<&DownloadDelegate::downloadRetryDelay, decltype(&DownloadDelegate::downloadRetryDelay)>);
+  // Another method's override, or a method of an unrelated class.
+  static_assert(!declarable<&DownloadDelegate::downloadRetryDelay, decltype(&Recorder::downloadDidFinish)>);
+  static_assert(!declarable<&DownloadDelegate::downloadDidProgress, decltype(&Recorder::downloadRetryDelay)>);
+  static_assert(!declarable<&DiagnosticsDelegate::downloadDidLog, decltype(&Recorder::downloadDidFinish)>);
+
+  struct Partial : DownloadDelegate {
+    void downloadDidFinish(Download&) override {}
+  };
+  static_assert(!declarable<&DownloadDelegate::downloadRetryDelay, decltype(&Partial::downloadRetryDelay)>);
+  struct Declares : Partial {
+    int downloadRetryDelay(Download&) override { return 5; }
+    Declares() { declareImplemented<&DownloadDelegate::downloadRetryDelay>(&Declares::downloadRetryDelay); }
+  };
+  const Declares declares;
+  EXPECT_TRUE(declares.respondsToSelector(kRetryDelay));
+  EXPECT_FALSE(declares.respondsToSelector(kProgress));
+}
+
+// A delegate that throws: the exception reaches the caller, as from a single delegate, and the
+// proxy is as it was for the next call.
+class Thrower : public Recorder {
+ public:
+  using Recorder::Recorder;
+  void downloadDidFinish(Download& download) override {
+    Recorder::downloadDidFinish(download);
+    throw std::runtime_error("disk full");
+  }
+};
+
+TEST_F(ProxyFixture, ADelegateThatThrowsLeavesTheProxyAsItWas) {
+  auto thrower = std::make_shared<Thrower>("X", journal);
+  auto proxy = makeProxy({thrower, b});
+  EXPECT_THROW(proxy->downloadDidFinish(download), std::runtime_error);
+  EXPECT_EQ(journal, (Journal{"X.finish"}));
+  proxy->removeDelegatesInArray(std::vector<std::shared_ptr<Thrower>>{thrower});
+  proxy->downloadDidFinish(download);
+  EXPECT_EQ(journal, (Journal{"X.finish", "B.finish"}));
+  EXPECT_EQ(proxy->delegateValues().size(), 1u);
 }
 
 TEST_F(ProxyFixture, MutingSilencesOneMethodForOneDelegate) {
@@ -142,6 +264,20 @@ TEST_F(ProxyFixture, MainDelegateGoesFirst) {
   EXPECT_EQ(proxy->delegateValues().size(), 2u);
 }
 
+// A delegate added twice is called twice; making it main moves one of its entries, not both.
+TEST_F(ProxyFixture, MakingATwiceAddedDelegateMainMovesOneEntry) {
+  auto proxy = makeProxy({a, b});
+  proxy->addDelegatesFromArray(std::vector<std::shared_ptr<Recorder>>{a});
+  proxy->setMainDelegate(b);
+  EXPECT_EQ(proxy->delegateValues(), (std::vector<std::shared_ptr<DownloadDelegate>>{b, a, a}));
+  proxy->downloadDidFinish(download);
+  EXPECT_EQ(journal, (Journal{"B.finish", "A.finish", "A.finish"}));
+
+  proxy->addDelegatesFromArray(std::vector<std::shared_ptr<Recorder>>{b});
+  proxy->setMainDelegate(a);
+  EXPECT_EQ(proxy->delegateValues(), (std::vector<std::shared_ptr<DownloadDelegate>>{a, b, a, b}));
+}
+
 TEST_F(ProxyFixture, DeadDelegatesDropOutAndProtocolCallsAreThenDropped) {
   auto proxy = makeProxy({a, b});
   a.reset();
@@ -154,7 +290,8 @@ TEST_F(ProxyFixture, DeadDelegatesDropOutAndProtocolCallsAreThenDropped) {
   EXPECT_EQ(proxy->mainDelegate(), nullptr);
   EXPECT_FALSE(proxy->respondsToSelector(kFinish));
   EXPECT_NO_THROW(proxy->downloadDidFinish(download));
-  EXPECT_EQ(proxy->downloadRetryDelay(download), 0);
+  EXPECT_EQ(proxy->downloadRetryDelay(download), kDefaultRetryDelay);
+  EXPECT_EQ(proxy->retryDelayWithoutDefault(download), 0);
   EXPECT_TRUE(journal.empty());
   // A method outside the interface is not dropped: nobody can take it.
   EXPECT_THROW(proxy->log("lost"), ZTInternalInconsistencyException);
@@ -220,7 +357,9 @@ TEST_F(ProxyFixture, ForwardingCanBeSwitchedOff) {
   auto proxy = makeProxy({a});
   proxy->setForwardsInvocations(false);
   EXPECT_FALSE(proxy->respondsToSelector(kFinish));
-  EXPECT_EQ(proxy->downloadRetryDelay(download), 0);
+  EXPECT_EQ(proxy->downloadRetryDelay(download), kDefaultRetryDelay);
+  proxy->downloadDidFinish(download);
+  EXPECT_NO_THROW(proxy->log("dropped"));
   EXPECT_TRUE(journal.empty());
   proxy->setForwardsInvocations(true);
   EXPECT_EQ(proxy->downloadRetryDelay(download), 1);
@@ -307,7 +446,9 @@ TEST(Selector, IsTheSameMethodWhicheverSharedObjectMadeIt) {
   auto proxy = ZTProxyDelegate<DownloadDelegate>::create<DownloadDelegateProxy>({a, b});
   const ZTSelector progress(&tagOfAnotherSharedObject<&DownloadDelegate::downloadDidProgress>);
   struct Declaring : Recorder {
-    Declaring(Journal& journal, ZTSelector selector) : Recorder("D", journal) { declareImplementedSelectors({selector}); }
+    Declaring(Journal& journal, ZTSelector selector) : Recorder("D", journal), declared(selector) {}
+    bool respondsToSelector(ZTSelector selector) const override { return selector == declared; }
+    ZTSelector declared;
   };
   auto declaring = std::make_shared<Declaring>(journal, progress);
   proxy->addDelegatesFromArray(std::vector<std::shared_ptr<Declaring>>{declaring});

@@ -9,7 +9,7 @@ namespace {
 class CountingDelegate final : public DownloadDelegate {
  public:
   CountingDelegate(int* finished, int* retries) : finished_(finished), retries_(retries) {
-    declareImplementedSelectors({ZTSelectorOf<&DownloadDelegate::downloadShouldRetry>});
+    declareImplemented<&DownloadDelegate::downloadShouldRetry>(&CountingDelegate::downloadShouldRetry);
   }
   void downloadDidFinish(int) override { ++*finished_; }
   bool downloadShouldRetry(int) override {

@@ -22,7 +22,8 @@ class DownloadDelegateProxy final : public ZTProxyDelegate<DownloadDelegate> {
  public:
   void downloadDidFinish(int bytes) override { forward<&DownloadDelegate::downloadDidFinish>(bytes); }
   bool downloadShouldRetry(int attempt) override {
-    return forward<&DownloadDelegate::downloadShouldRetry>(attempt);
+    return forwardOrDefault<&DownloadDelegate::downloadShouldRetry>(
+        [&] { return DownloadDelegate::downloadShouldRetry(attempt); }, attempt);
   }
 };
 

@@ -8,6 +8,12 @@
 // −1, 0 and +1 (such as ZTComparisonResult), or a C++20 ordering
 // (std::strong_ordering, std::weak_ordering, std::partial_ordering; unordered counts as same).
 //
+// A callable returning bool (std::less<>, a "less than" lambda) is not a comparator: it answers a
+// different question, and read as an integer its true and false would mean "descending" and "same".
+// Such callables do not satisfy ZTComparatorFor, so every function taking a comparator refuses them
+// at compile time; wrap them or use std::compare_three_way. Neither does a callable whose result is
+// a class convertible to an integer.
+//
 // What a comparator may be:
 //   - a callable taking (element, object);
 //   - a pointer to a member function of the element type (the counterpart of a comparison method):
@@ -25,7 +31,13 @@ namespace zt::detail {
 
 enum class Order { Ascending = -1, Same = 0, Descending = 1 };
 
+// What a comparator may answer: an integer other than bool, an enumeration, or a C++20 ordering.
 template <class R>
+concept ComparisonResult =
+    std::same_as<R, std::strong_ordering> || std::same_as<R, std::weak_ordering> ||
+    std::same_as<R, std::partial_ordering> || std::is_enum_v<R> || (std::is_integral_v<R> && !std::same_as<R, bool>);
+
+template <ComparisonResult R>
 Order normalizedComparison(const R& result) {
   if constexpr (std::is_same_v<R, std::strong_ordering> || std::is_same_v<R, std::weak_ordering> ||
                 std::is_same_v<R, std::partial_ordering>) {
@@ -33,8 +45,6 @@ Order normalizedComparison(const R& result) {
     if (result > 0) return Order::Descending;
     return Order::Same;
   } else {
-    static_assert(std::is_integral_v<R> || std::is_enum_v<R>,
-                  "A comparator returns an integer, an enumeration or a C++20 ordering.");
     const auto value = static_cast<long long>(result);
     if (value < 0) return Order::Ascending;
     if (value > 0) return Order::Descending;
@@ -45,23 +55,38 @@ Order normalizedComparison(const R& result) {
 template <class T>
 concept Dereferenceable = requires(const T& pointer) { *pointer; };
 
+// The three ways a comparator can be called, tried in this order; the first one that the callable
+// accepts is the one used, and its result must then be a ComparisonResult (a callable that answers
+// bool in that form is refused, not tried in a later form).
 template <class C, class E, class O>
-concept DirectComparator = std::invocable<C&, const E&, const O&>;
+concept DirectCall = std::invocable<C&, const E&, const O&>;
 template <class C, class E, class O>
-concept PointeeArgumentComparator = !DirectComparator<C, E, O> && std::is_member_function_pointer_v<C> &&
-                                    Dereferenceable<O> &&
-                                    std::invocable<C&, const E&, decltype(*std::declval<const O&>())>;
+concept PointeeArgumentCall = !DirectCall<C, E, O> && std::is_member_function_pointer_v<C> && Dereferenceable<O> &&
+                              std::invocable<C&, const E&, decltype(*std::declval<const O&>())>;
 template <class C, class E, class O>
-concept PointeeComparator = !DirectComparator<C, E, O> && !PointeeArgumentComparator<C, E, O> &&
-                            Dereferenceable<E> && Dereferenceable<O> &&
-                            std::invocable<C&, decltype(*std::declval<const E&>()), decltype(*std::declval<const O&>())>;
+concept PointeeCall = !DirectCall<C, E, O> && !PointeeArgumentCall<C, E, O> && Dereferenceable<E> &&
+                      Dereferenceable<O> &&
+                      std::invocable<C&, decltype(*std::declval<const E&>()), decltype(*std::declval<const O&>())>;
+
+template <class C, class E, class O>
+concept DirectComparator =
+    DirectCall<C, E, O> && ComparisonResult<std::remove_cvref_t<std::invoke_result_t<C&, const E&, const O&>>>;
+template <class C, class E, class O>
+concept PointeeArgumentComparator =
+    PointeeArgumentCall<C, E, O> &&
+    ComparisonResult<std::remove_cvref_t<std::invoke_result_t<C&, const E&, decltype(*std::declval<const O&>())>>>;
+template <class C, class E, class O>
+concept PointeeComparator =
+    PointeeCall<C, E, O> &&
+    ComparisonResult<std::remove_cvref_t<
+        std::invoke_result_t<C&, decltype(*std::declval<const E&>()), decltype(*std::declval<const O&>())>>>;
 
 // Calls a comparator with (element, object) in whichever of the forms above it takes.
 template <class Comparator, class E, class O>
 Order compareElement(Comparator& comparator, const E& element, const O& object) {
-  if constexpr (DirectComparator<Comparator, E, O>)
+  if constexpr (DirectCall<Comparator, E, O>)
     return normalizedComparison(std::invoke(comparator, element, object));
-  else if constexpr (PointeeArgumentComparator<Comparator, E, O>)
+  else if constexpr (PointeeArgumentCall<Comparator, E, O>)
     return normalizedComparison(std::invoke(comparator, element, *object));
   else
     return normalizedComparison(std::invoke(comparator, *element, *object));

@@ -7,8 +7,11 @@
 // the count reaches zero. Counts of absent keys read as ZTNotFound.
 //
 // "Nil": for pointer-like values (raw pointers, shared_ptr, optional) storing a null value removes
-// the key, as removeObjectForKey does. Equality of values is ValueEqual (== by default; for
-// shared_ptr values that is identity of the pointee).
+// the key, as removeObjectForKey does. Equality of values is ValueEqual. By default shared_ptr values
+// are equal when their pointees compare equal with == (three separately made strings "body" count
+// as one object used three times), or when they are the same pointer if the pointee has no ==; other
+// values use their own ==, so raw pointers compare by address. Pass std::equal_to<> to count
+// shared_ptr values by identity.
 //
 // Threads: none; the owner serialises access.
 
@@ -44,7 +47,7 @@ std::ostream& operator<<(std::ostream& out, const ZTCountedDictionaryEntry<Value
 }
 
 template <class Key, class Value, class Hash = std::hash<Key>, class KeyEqual = std::equal_to<Key>,
-          class ValueEqual = std::equal_to<Value>>
+          class ValueEqual = zt::detail::EqualObjects>
 class ZTCountedDictionary {
  public:
   using Entry = ZTCountedDictionaryEntry<Value>;
@@ -60,7 +63,8 @@ class ZTCountedDictionary {
     return found == dictionary_.end() ? nullptr : &found->second.object;
   }
 
-  // One more use when the key holds an equal object; otherwise a new entry with count 1.
+  // One more use when the key holds an equal object (the object kept is the one stored first);
+  // otherwise a new entry with count 1.
   void setObject(Value object, const Key& key) {
     if (zt::detail::isNil(object)) {
       dictionary_.erase(key);

@@ -16,13 +16,25 @@
 //     }
 //   };
 //
-// A class that implements an optional method says so, once, in its constructor:
+// Required methods count as implemented by every object of the interface. An optional method has a
+// default body in the interface, which is what the object answers when it does not implement the
+// method. A class that implements an optional method says so in its constructor, naming the
+// interface's method and its own override of it:
 //
-//   MyDelegate() { declareImplementedSelectors({ZTSelectorOf<&DownloadDelegate::downloadShouldRetry>}); }
+//   MyDelegate() {
+//     declareImplemented<&DownloadDelegate::downloadShouldRetry>(&MyDelegate::downloadShouldRetry);
+//   }
 //
-// or overrides respondsToSelector() for answers that change at run time. Required methods count as
-// implemented by every object of the interface. Objects are used from whatever thread their owner
-// uses them on; declareImplementedSelectors belongs in the constructor.
+// The declaration is checked when it is compiled: when MyDelegate (or a class between it and the
+// interface) does not override the method, &MyDelegate::downloadShouldRetry names the interface's
+// own method and the call does not compile; neither does it when the two differ in parameters or
+// constness. C++ cannot list the overrides of a class, so a missing declaration cannot be detected:
+// the object then counts as not implementing the method (a proxy does not call it, and answers with
+// another delegate's result or the interface's default). Overloaded methods are named with a cast to
+// the overload's type. For answers that change at run time, override respondsToSelector() instead.
+//
+// Objects are used from whatever thread their owner uses them on; declarations belong in the
+// constructor.
 
 #include <concepts>
 #include <initializer_list>
@@ -31,6 +43,7 @@
 #include <string_view>
 #include <vector>
 
+#include "zentrel/collections/internal/member_function_traits.h"
 #include "zentrel/collections/selector.h"
 #include "zentrel/platform/export.h"
 
@@ -67,7 +80,7 @@ class ZT_API ZTDelegateProtocol {
   virtual ~ZTDelegateProtocol();
 
   // Whether this object implements the method beyond what its interface requires. The default
-  // answers true for the selectors given to declareImplementedSelectors.
+  // answers true for the methods declared with declareImplemented.
   virtual bool respondsToSelector(ZTSelector selector) const;
 
  protected:
@@ -75,9 +88,17 @@ class ZT_API ZTDelegateProtocol {
   ZTDelegateProtocol(const ZTDelegateProtocol&) = default;
   ZTDelegateProtocol& operator=(const ZTDelegateProtocol&) = default;
 
-  void declareImplementedSelectors(std::initializer_list<ZTSelector> selectors);
+  // Declares the optional method Method implemented by this object, overridden as `overriding`
+  // (see above). Only the types are checked; the value of `overriding` is not used.
+  template <auto Method, class Override>
+    requires zt::detail::OverrideOf<Method, Override>
+  void declareImplemented(Override /*overriding*/) {
+    declareImplementedSelector(ZTSelectorOf<Method>);
+  }
 
  private:
+  void declareImplementedSelector(ZTSelector selector);
+
   std::vector<ZTSelector> implementedSelectors_;
 };
 

@@ -1,18 +1,29 @@
 #pragma once
 // ZTMemorySizeLimitedCacheDictionary: a ZTCacheDictionary that keeps the total size of its objects
-// at or below `limit` by evicting least recently used entries before a store.
+// near `limit` by evicting least recently used entries before a store.
 //
 // The size of an object is whatever the size function returns, in any unit; the cache only adds and
-// compares sizes. Each object's size is asked once, when it is stored, and that figure is what
-// leaves usedSize() when the entry goes, so usedSize() is always the sum over the stored entries.
+// compares sizes. Each object's size is asked once, when it is stored, and that figure is the one
+// taken off the usage when the entry goes.
 //
-// The rule, exactly: before a store, new usage = usage + size(new object) − size(object the key held,
-// if any). If new usage is strictly greater than the limit, entries are evicted from the least
-// recently used on — the key being stored excepted, since its old object is being replaced anyway —
-// until the usage is at or below the limit or nothing else is left. The delegate is told about each
-// evicted entry, oldest first, before it goes. An object larger than the limit by itself is still
-// stored, after everything else has been evicted. Lowering the limit evicts nothing until the next
-// store.
+// The rule, exactly: before a store, new usage = usage − size(object the key held, if any) +
+// size(new object). If new usage is strictly greater than the limit, entries are marked for
+// eviction from the least recently used on, the key being stored included, each taking its size off
+// the new usage, until the new usage is at or below the limit or every entry is marked. The delegate
+// is told about each marked entry, oldest first; then they go, and the new object is stored
+// regardless, as the most recent entry. An object larger than the limit by itself is still stored,
+// after everything else has been evicted. Lowering the limit evicts nothing until the next store.
+//
+// What usedSize() is: the cache's running account, not a recount. A store adds the new size and
+// takes off the replaced object's; every eviction, removal and sweep takes off the leaving entry's
+// size; removeAllObjects() sets it to zero. It never goes below zero. When the walk marks the key
+// being stored, its old object's size is taken off twice, as replaced and as evicted. That happens
+// when the key's old object is the least recently used entry and there is no delegate (telling the
+// delegate about the replacement reads the key, which makes it the most recent), or when the walk
+// runs through every entry. usedSize() then reads lower than the sum of the stored sizes by that
+// much, and the cache holds that much more than the limit before it evicts, until removeAllObjects()
+// resets the account. With limit 100, "a" = 40 and "b" = 40 stored in that order and no delegate,
+// storing 70 under "a" evicts the old "a", keeps "b", and leaves usedSize() at 70 with 110 stored.
 //
 // Threads and ownership: as ZTCacheDictionary; the size function is called with the mutex held.
 // Bad input: an empty size function throws ZTInternalInconsistencyException at creation.
@@ -72,39 +83,41 @@ class ZTMemorySizeLimitedCacheDictionary : public ZTCacheDictionary<Key, Value> 
     ZTLockGuard lock(this->mutex());
     this->sweepObjectsRetainedOnlyByCache(
         [this](const Key&, const ObjectPtr&, std::uint64_t size)
-            ZT_REQUIRES(this->mutex()) { currentMemoryUsage_ -= size; });
+            ZT_REQUIRES(this->mutex()) { currentMemoryUsage_ = lessOrZero(currentMemoryUsage_, size); });
   }
 
  protected:
   void willSetObject(const ObjectPtr& object, const Key& key) override ZT_REQUIRES(this->mutex()) {
     Base::willSetObject(object, key);
     const std::uint64_t newSize = objectSizeBlock_(*object);
-    std::uint64_t newUsage = currentMemoryUsage_ + newSize - this->storedCost(key);
+    const std::uint64_t replacedSize = this->storedCost(key);
+    std::uint64_t newUsage = lessOrZero(currentMemoryUsage_, replacedSize) + newSize;
 
     const std::uint64_t limit = limit_;
     if (newUsage > limit) {
       std::vector<Key> evicted;
       this->visitInRecencyOrder([&](const Key& candidate, const ObjectPtr&, std::uint64_t size) {
-        if (candidate == key) return true;
         evicted.push_back(candidate);
-        newUsage -= size;
+        newUsage = lessOrZero(newUsage, size);
         return newUsage > limit;
       });
       for (const Key& candidate : evicted) this->notifyDelegateWillEvict(this->storedObject(candidate), candidate);
       for (const Key& candidate : evicted) discard(candidate);
     }
-    // Accounted from what is actually stored, so a delegate that removes entries keeps it right.
-    currentMemoryUsage_ = currentMemoryUsage_ - this->storedCost(key) + newSize;
+    // Applied to the account itself rather than set from newUsage, so that entries the delegate
+    // removed while it was told are accounted for as well.
+    currentMemoryUsage_ = lessOrZero(currentMemoryUsage_, replacedSize) + newSize;
     this->setCostOfPendingStore(newSize);
   }
 
  private:
+  static std::uint64_t lessOrZero(std::uint64_t value, std::uint64_t taken) { return value > taken ? value - taken : 0; }
   void discard(const Key& key) ZT_REQUIRES(this->mutex()) {
     const std::uint64_t size = this->storedCost(key);
-    if (this->eraseKey(key)) currentMemoryUsage_ -= size;
+    if (this->eraseKey(key)) currentMemoryUsage_ = lessOrZero(currentMemoryUsage_, size);
   }
 
   ObjectSizeBlock objectSizeBlock_;
   std::uint64_t limit_ ZT_GUARDED_BY(this->mutex());
-  std::uint64_t currentMemoryUsage_ ZT_GUARDED_BY(this->mutex()) = 0;  // sum of the stored entries' sizes
+  std::uint64_t currentMemoryUsage_ ZT_GUARDED_BY(this->mutex()) = 0;  // the running account (see above)
 };

@@ -4,12 +4,16 @@
 // delegate; each call it receives goes to every delegate that implements the method, in order, the
 // main delegate first.
 //
-// The forwarding class is written once per interface, one line per method:
+// The forwarding class is written once per interface, one line per method. A required method
+// forwards; an optional one forwards with the interface's own body as its default:
 //
 //   class DownloadDelegateProxy final : public ZTProxyDelegate<DownloadDelegate> {
 //    public:
 //     void downloadDidFinish(Download& d) override { forward<&DownloadDelegate::downloadDidFinish>(d); }
-//     bool downloadShouldRetry(Download& d) override { return forward<&DownloadDelegate::downloadShouldRetry>(d); }
+//     bool downloadShouldRetry(Download& d) override {
+//       return forwardOrDefault<&DownloadDelegate::downloadShouldRetry>(
+//           [&] { return DownloadDelegate::downloadShouldRetry(d); }, d);
+//     }
 //   };
 //   auto proxy = ZTProxyDelegate<DownloadDelegate>::create<DownloadDelegateProxy>({first, second});
 //
@@ -18,15 +22,22 @@
 //     methods always, optional ones when declared) and the method is not muted for it;
 //   - arguments are passed to each delegate in turn as lvalues; a method with a result returns the
 //     result of the last delegate called;
-//   - with forwardsInvocations() off the call is dropped; so is a call of a protocol method when no
-//     delegate is left (every one died or was removed): the result is then a value-initialised R;
-//   - when delegates are left but none responds, the call is a programming error:
-//     ZTInternalInconsistencyException.
+//   - when no delegate is called (none implements the method, it is muted for every one that does,
+//     no delegate is left, or forwardsInvocations() is off), the proxy answers as one delegate that
+//     does not implement the method would: forwardOrDefault runs the default it was given (the
+//     interface's body, on the proxy), and forward drops the call and answers a value-initialised R;
+//   - the one call that is an error is a method outside the protocol that no delegate takes while
+//     forwarding is on: ZTInternalInconsistencyException (nobody can answer it).
+// So code written against the interface behaves the same with a proxy as with a single delegate.
 // Forwarded methods may also belong to another interface (forward<&Other::method>): delegates that
 // are not an Other do not respond to it.
 //
+// An exception thrown by a delegate reaches the caller, as it would from a single delegate; the
+// delegates after it are not called for that call, and the proxy is unchanged.
+//
 // A forwarding class constructed directly rather than through create() starts with no delegates and
-// forwarding off: its calls are dropped until delegates are added and setForwardsInvocations(true).
+// forwarding off: its calls are answered as described above until delegates are added and
+// setForwardsInvocations(true).
 //
 // Ownership: delegates are held weakly; the owner keeps them alive. A delegate that dies leaves the
 // list at the next walk; when the main delegate dies the next one in the list becomes main.
@@ -38,6 +49,7 @@
 #include <concepts>
 #include <functional>
 #include <initializer_list>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -48,36 +60,10 @@
 #include <vector>
 
 #include "zentrel/collections/delegate_protocol.h"
+#include "zentrel/collections/internal/member_function_traits.h"
 #include "zentrel/collections/selector.h"
 #include "zentrel/platform/debug_name.h"
 #include "zentrel/platform/exceptions.h"
-
-namespace zt::detail {
-
-template <class M>
-struct MemberFunctionTraits;
-template <class R, class C, class... A>
-struct MemberFunctionTraits<R (C::*)(A...)> {
-  using Result = R;
-  using Class = C;
-};
-template <class R, class C, class... A>
-struct MemberFunctionTraits<R (C::*)(A...) const> {
-  using Result = R;
-  using Class = C;
-};
-template <class R, class C, class... A>
-struct MemberFunctionTraits<R (C::*)(A...) noexcept> {
-  using Result = R;
-  using Class = C;
-};
-template <class R, class C, class... A>
-struct MemberFunctionTraits<R (C::*)(A...) const noexcept> {
-  using Result = R;
-  using Class = C;
-};
-
-}  // namespace zt::detail
 
 template <class Protocol>
 class ZTProxyDelegate : public Protocol {
@@ -172,15 +158,17 @@ class ZTProxyDelegate : public Protocol {
     mainDelegate_ = kept;
   }
   // Moves a delegate of this proxy to the front and makes it main. Null, the current main delegate or
-  // an object that is not a delegate of this proxy changes nothing.
+  // an object that is not a delegate of this proxy changes nothing. A delegate that is in the list
+  // more than once has its first entry moved; the others stay where they are.
   template <class U>
   void setMainDelegate(const std::shared_ptr<U>& delegate) {
     if (!delegate) return;
     compact();
     DelegatePtr found = findDelegate(delegate);
     if (!found || found == mainDelegate_.lock()) return;
-    std::erase_if(delegateValues_, [&](const std::weak_ptr<Protocol>& weak) { return weak.lock() == found; });
-    delegateValues_.insert(delegateValues_.begin(), found);
+    auto entry = std::find_if(delegateValues_.begin(), delegateValues_.end(),
+                              [&](const std::weak_ptr<Protocol>& weak) { return weak.lock() == found; });
+    std::rotate(delegateValues_.begin(), entry, std::next(entry));
     mainDelegate_ = found;
   }
 
@@ -216,41 +204,40 @@ class ZTProxyDelegate : public Protocol {
  protected:
   ZTProxyDelegate() = default;
 
-  // Sends the call to every delegate that responds to Method, in order; see the rules above.
+  // Sends the call to every delegate that responds to Method, in order; see the rules above. When no
+  // delegate is called the call is dropped (a method outside the protocol throws).
   template <auto Method, class... Args>
+    requires zt::detail::PlainMemberFunctionPointer<decltype(Method)>
   typename zt::detail::MemberFunctionTraits<decltype(Method)>::Result forward(Args&&... args) {
-    using Traits = zt::detail::MemberFunctionTraits<decltype(Method)>;
-    using R = typename Traits::Result;
-    using C = typename Traits::Class;
-    static_assert(std::is_void_v<R> || (!std::is_reference_v<R> && std::is_default_constructible_v<R>),
-                  "A forwarded method returns void or a default-constructible value.");
-    constexpr ZTSelector selector = ZTSelectorOf<Method>;
-
-    if (!forwardsInvocations_) return R();
-    compact();
-    if (mainDelegate_.expired() && Protocol::protocol().containsSelector(selector)) return R();
-
-    const std::vector<DelegatePtr> delegates = liveDelegates();
-    const bool required = Protocol::protocol().isRequiredSelector(selector);
-    bool called = false;
-    if constexpr (std::is_void_v<R>) {
-      for (const DelegatePtr& delegate : delegates) {
-        if (C* target = respondingTarget<C>(delegate, selector, required)) {
-          std::invoke(Method, *target, args...);
-          called = true;
-        }
-      }
-      if (!called) throwUnrecognized(selector);
+    using R = typename zt::detail::MemberFunctionTraits<decltype(Method)>::Result;
+    static_assert(std::is_void_v<R> || std::is_default_constructible_v<R>,
+                  "A method forwarded without a default returns void or a default-constructible value.");
+    auto answer = dispatch<Method>(args...);
+    if constexpr (!std::is_void_v<R>) {
+      if (answer.has_value()) return std::move(*answer);
     } else {
-      R result{};
-      for (const DelegatePtr& delegate : delegates) {
-        if (C* target = respondingTarget<C>(delegate, selector, required)) {
-          result = std::invoke(Method, *target, args...);
-          called = true;
-        }
-      }
-      if (!called) throwUnrecognized(selector);
-      return result;
+      if (answer) return;
+    }
+    if (forwardsInvocations_ && !Protocol::protocol().containsSelector(ZTSelectorOf<Method>))
+      throwUnrecognized(ZTSelectorOf<Method>);
+    return R();
+  }
+
+  // The same for a method with a default: when no delegate is called, the answer is defaultCall(),
+  // which calls the interface's own body: [&] { return Interface::method(args...); }.
+  template <auto Method, class Default, class... Args>
+    requires zt::detail::PlainMemberFunctionPointer<decltype(Method)> && std::invocable<Default&>
+  typename zt::detail::MemberFunctionTraits<decltype(Method)>::Result forwardOrDefault(Default&& defaultCall,
+                                                                                       Args&&... args) {
+    using R = typename zt::detail::MemberFunctionTraits<decltype(Method)>::Result;
+    static_assert(std::is_void_v<R> || std::is_convertible_v<std::invoke_result_t<Default&>, R>,
+                  "The default of a forwarded method answers what the method answers.");
+    auto answer = dispatch<Method>(args...);
+    if constexpr (!std::is_void_v<R>) {
+      if (answer.has_value()) return std::move(*answer);
+      return defaultCall();
+    } else {
+      if (!answer) defaultCall();
     }
   }
 
@@ -292,6 +279,35 @@ class ZTProxyDelegate : public Protocol {
     if (muted != ignoredSelectors_.end() && muted->second.count(selector)) return false;
     return required || delegate->respondsToSelector(selector);
   }
+  // Calls Method on every delegate that responds to it, in order. The answer: for a method with a
+  // result, the last delegate's result, or nullopt when none was called; otherwise whether any was.
+  template <auto Method, class... Args>
+  auto dispatch(Args&... args) {
+    using Traits = zt::detail::MemberFunctionTraits<decltype(Method)>;
+    using R = typename Traits::Result;
+    using C = typename Traits::Class;
+    static_assert(!std::is_reference_v<R>, "A forwarded method returns void or a value.");
+    constexpr ZTSelector selector = ZTSelectorOf<Method>;
+    using Answer = std::conditional_t<std::is_void_v<R>, bool, std::optional<std::conditional_t<std::is_void_v<R>, int, R>>>;
+    Answer answer{};
+    if (!forwardsInvocations_) return answer;
+    compact();
+    if (delegateValues_.empty()) return answer;
+    const std::vector<DelegatePtr> delegates = liveDelegates();
+    const bool required = Protocol::protocol().isRequiredSelector(selector);
+    for (const DelegatePtr& delegate : delegates) {
+      if (C* target = respondingTarget<C>(delegate, selector, required)) {
+        if constexpr (std::is_void_v<R>) {
+          std::invoke(Method, *target, args...);
+          answer = true;
+        } else {
+          answer.emplace(std::invoke(Method, *target, args...));
+        }
+      }
+    }
+    return answer;
+  }
+
   [[noreturn]] void throwUnrecognized(ZTSelector selector) const {
     throw ZTInternalInconsistencyException(ZTDebugClassNameForObject(this) + ": no delegate responds to " +
                                            std::string(selector.name()) + ".");

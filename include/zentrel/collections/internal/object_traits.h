@@ -52,4 +52,22 @@ bool isEqualObject(const T& a, const T& b) {
   }
 }
 
+// The equality a keyed container uses for its values when the caller names none: shared_ptr values
+// by their pointees' == (the same pointer being equal, two nulls too), or by identity when the
+// pointee has no ==; every other type by its own ==, so raw pointers compare by address.
+struct EqualObjects {
+  template <class T>
+  bool operator()(const T& a, const T& b) const {
+    if constexpr (IsSharedPtr<T>::value) {
+      if (a == b) return true;
+      if (a == nullptr || b == nullptr) return false;
+      using Pointee = std::remove_cvref_t<decltype(*a)>;
+      if constexpr (std::equality_comparable<Pointee>) return *a == *b;
+      else return false;
+    } else {
+      return a == b;
+    }
+  }
+};
+
 }  // namespace zt::detail
