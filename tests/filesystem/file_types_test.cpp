@@ -7,13 +7,13 @@
 
 #include "filesystem/internal/mime_database.h"
 #include "filesystem/internal/type_registry.h"
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 
 namespace {
 
 using zt::fs_internal::MimeDatabase;
 using zt::fs_internal::TypeRegistry;
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 bool systemDatabaseAvailable() { return !MimeDatabase::shared().isEmpty(); }
 
@@ -120,7 +120,7 @@ TEST(Packages, Extensions) {
 }
 
 TEST(Packages, RealFoldersAndFiles) {
-  TempDir dir;
+  ScratchFolder dir;
   zt::test::writeFile(dir / "x.pages", "not a folder");
   zt::test::makeDirectory(dir / "y.pages");
   zt::test::makeDirectory(dir / "Tool.app");
@@ -169,7 +169,7 @@ class PrivateMimeDatabase : public ::testing::Test {
     database = MimeDatabase::load({high + "/mime", low + "/mime", dir / "missing/mime"});
   }
 
-  TempDir dir;
+  ScratchFolder dir;
   std::string high = dir / "high";
   std::string low = dir / "low";
   MimeDatabase database;

@@ -7,7 +7,7 @@
 #include <map>
 
 #include "filesystem/internal/xdg_dirs.h"
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 #include "zentrel/filesystem/path_strings.h"
 #include "zentrel/filesystem/temporary_files.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 using namespace zt::fs_internal;
 using zt::test::ScopedEnvironment;
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 EnvironmentLookup environment(std::map<std::string, std::string> values) {
   return [values = std::move(values)](const char* name) -> std::optional<std::string> {
@@ -52,14 +52,14 @@ TEST(XdgFolders, DocumentsFromUserDirsFile) {
   EXPECT_EQ(userDirectoryFromUserDirsFile("XDG_DOCUMENTS_DIRX=\"/x\"", "XDG_DOCUMENTS_DIR", "/home/u"), std::nullopt);
   EXPECT_EQ(userDirectoryFromUserDirsFile("", "XDG_DOCUMENTS_DIR", "/home/u"), std::nullopt);
 
-  TempDir config;
+  ScratchFolder config;
   zt::test::writeFile(config / "user-dirs.dirs", "XDG_DOCUMENTS_DIR=\"$HOME/Papers\"\n");
   EXPECT_EQ(documentsDirectory("/home/u", environment({{"XDG_CONFIG_HOME", config.path()}})), "/home/u/Papers");
   EXPECT_EQ(documentsDirectory("/home/u", environment({{"XDG_CONFIG_HOME", config / "none"}})), "/home/u/Documents");
 }
 
 TEST(XdgFolders, TrashIsInTheDataHomeWhenThereIsOne) {
-  TempDir home;
+  ScratchFolder home;
   EXPECT_EQ(freedesktopTrash(home.path(), environment({})), std::nullopt);
   zt::test::makeDirectory(home / ".local/share");
   EXPECT_EQ(freedesktopTrash(home.path(), environment({})), home / ".local/share/Trash");
@@ -67,7 +67,7 @@ TEST(XdgFolders, TrashIsInTheDataHomeWhenThereIsOne) {
 }
 
 TEST(XdgFolders, TrashFallsBackToDotTrashWithALogLine) {
-  TempDir home;
+  ScratchFolder home;
   zt::test::LogCapture log;
   EXPECT_EQ(trashDirectory(home.path(), environment({})), home / ".Trash");
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"Failed to get trash directory using "
@@ -79,7 +79,7 @@ TEST(XdgFolders, TrashFallsBackToDotTrashWithALogLine) {
 }
 
 TEST(XdgFolders, ApplicationSupportIsCreatedOrFallsBackToTemporaryFolder) {
-  TempDir data;
+  ScratchFolder data;
   zt::test::LogCapture log;
   EXPECT_EQ(applicationSupportDirectory(data / "deep/share", "tool", "/tmp"), data / "deep/share/tool");
   EXPECT_TRUE(zt::test::exists(data / "deep/share/tool"));
@@ -117,7 +117,7 @@ TEST(StandardFolders, ExecutableNameIsThisProgram) { EXPECT_EQ(executableName(),
 // environment points every XDG folder into a temporary folder.
 TEST(StandardFoldersDeathTest, CachedFoldersFollowTheEnvironmentOfTheirFirstUse) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  TempDir root;
+  ScratchFolder root;
   zt::test::makeDirectory(root / "config");
   zt::test::writeFile(root / "config/user-dirs.dirs", "XDG_DOCUMENTS_DIR=\"" + (root / "Docs") + "\"\n");
   EXPECT_EXIT(
@@ -138,7 +138,7 @@ TEST(StandardFoldersDeathTest, CachedFoldersFollowTheEnvironmentOfTheirFirstUse)
         ok = ok && ZTLibraryDirectory() == root / "data" && ZTCachesDirectory() == root / "cache" &&
              ZTTrashDirectory() == root / "data/Trash" && ZTApplicationLibraryDirectory() == root / "other" &&
              ZTApplicationLibraryDirectoryAdd("q") == root / "other/q";
-        std::_Exit(ok ? 0 : 1);
+        zt::test::finishChildProcess(ok);
       },
       ::testing::ExitedWithCode(0), "");
 }
@@ -168,7 +168,7 @@ TEST(CloudContainer, URLReplacesDotsWithTildes) {
 
 class TemporaryNames : public ::testing::Test {
  protected:
-  TempDir dir;
+  ScratchFolder dir;
   ScopedEnvironment tmpdir{"TMPDIR", dir.path().c_str()};
 };
 

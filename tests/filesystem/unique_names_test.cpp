@@ -5,14 +5,14 @@
 
 #include <set>
 
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 #include "zentrel/filesystem/path_strings.h"
 #include "zentrel/platform/exceptions.h"
 
 namespace {
 
 using zt::test::ScopedEnvironment;
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 // A folder of taken names; records every candidate it is asked about.
 struct Taken {
@@ -137,7 +137,7 @@ TEST(UniquePath, UsesTheExistenceHandlerOnFullPaths) {
 }
 
 TEST(UniquePath, MacStyleOnRealFiles) {
-  TempDir dir;
+  ScratchFolder dir;
   EXPECT_EQ(ZTGenerateMacStyleUniquePath(dir / "a.txt", false), dir / "a.txt");
   for (const char* name : {"a-1.txt", "a-2.txt", "a-3.txt", "a-4.txt", "a-5.txt"}) zt::test::writeFile(dir / name, "x");
   // Numbered files alone do not make the name taken.
@@ -156,7 +156,7 @@ TEST(UniquePath, MacStyleOnRealFiles) {
 
 class TempFilePath : public ::testing::Test {
  protected:
-  TempDir dir;
+  ScratchFolder dir;
   ScopedEnvironment tmpdir{"TMPDIR", dir.path().c_str()};
 };
 
