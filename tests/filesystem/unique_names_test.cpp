@@ -154,39 +154,4 @@ TEST(UniquePath, MacStyleOnRealFiles) {
   EXPECT_EQ(ZTGenerateUniquePath(dir / "a.txt", false, " ", "copy", 2), dir / "a copy.txt");
 }
 
-class TempFilePath : public ::testing::Test {
- protected:
-  ScratchFolder dir;
-  ScopedEnvironment tmpdir{"TMPDIR", dir.path().c_str()};
-};
-
-TEST_F(TempFilePath, ReservesTheStemAndAnswersAPathWithTheExtension) {
-  const std::optional<std::string> path = ZTGenerateTempFilePath("report.pdf");
-  ASSERT_TRUE(path);
-  EXPECT_EQ(zt::stringByDeletingLastPathComponent(*path), dir.path());
-  const std::string name = zt::lastPathComponent(*path);
-  ASSERT_EQ(name.size(), std::string("report-XXXXXX.pdf").size());
-  EXPECT_EQ(name.substr(0, 7), "report-");
-  EXPECT_EQ(zt::pathExtension(name), "pdf");
-  const std::string reserved = zt::stringByDeletingPathExtension(*path);
-  EXPECT_TRUE(zt::test::isRegularFile(reserved));
-  EXPECT_EQ(zt::test::fileSize(reserved), 0u);
-  EXPECT_FALSE(zt::test::exists(*path));
-  EXPECT_NE(ZTGenerateTempFilePath("report.pdf"), path);
-}
-
-TEST_F(TempFilePath, NameWithoutExtensionEndsWithADot) {
-  const std::optional<std::string> path = ZTGenerateTempFilePath("notes");
-  ASSERT_TRUE(path);
-  ASSERT_EQ(path->back(), '.');
-  EXPECT_TRUE(zt::test::isRegularFile(path->substr(0, path->size() - 1)));
-}
-
-TEST_F(TempFilePath, FailsWithoutAUsableFolder) {
-  EXPECT_EQ(ZTGenerateTempFilePath("missing-folder/x.txt"), std::nullopt);
-  EXPECT_EQ(ZTGenerateTempFilePath(std::string("a\0b.txt", 7)), std::nullopt);
-  ScopedEnvironment gone{"TMPDIR", (dir / "gone").c_str()};
-  EXPECT_EQ(ZTGenerateTempFilePath("x.txt"), std::nullopt);
-}
-
 }  // namespace
