@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "filesystem/internal/temporary_folder.h"
@@ -276,6 +277,29 @@ TEST_F(HostileTemporaryFolder, TheRuntimeFolderIsTheFirstFallback) {
   ASSERT_EQ(::symlink((dir / "victim").c_str(), privateFolder.c_str()), 0);
   expectAvoided(privateFolder);
   EXPECT_EQ(ZTTemporaryDirectory(), runtime / "zentrel");
+}
+
+// Threads that meet the refused folder at once agree on one fallback and log the refusal once.
+TEST_F(HostileTemporaryFolder, ThreadsAgreeOnOneFallback) {
+  zt::test::writeFile(privateFolder, "not a folder");
+  zt::test::LogCapture log;
+  constexpr int kThreads = 4;
+  std::vector<std::string> used(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&used, t] {
+      for (int i = 0; i < 20; ++i) {
+        std::optional<ZTTemporaryFile> file = ZTTempFile("", "");
+        if (!file) return;
+        used[static_cast<std::size_t>(t)] = zt::stringByDeletingLastPathComponent(file->path);
+        ::unlink(file->path.c_str());
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_TRUE(isPrivateFolder(used[0]));
+  for (const std::string& folder : used) EXPECT_EQ(folder, used[0]);
+  EXPECT_EQ(log.lines().size(), 1u);
 }
 
 TEST_F(HostileTemporaryFolder, AFileInItsPlaceIsNotUsed) {
