@@ -11,6 +11,23 @@
 namespace {
 
 constexpr std::size_t kMaximumNameLength = 255;  // UTF-16 code units
+constexpr std::size_t kMaximumNameBytes = 255;   // NAME_MAX: what Linux file systems store
+constexpr std::string_view kVisibleNul = "\u2400";  // SYMBOL FOR NULL, how a NUL is shown
+
+// The name as a message shows it: NUL bytes (which would end the text for C callers) become the
+// visible symbol for NUL.
+std::string displayed(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (char c : text) {
+    if (c == '\0') {
+      out.append(kVisibleNul);
+    } else {
+      out.push_back(c);
+    }
+  }
+  return out;
+}
 
 bool isBlank(std::string_view name) {
   for (std::size_t i = 0; i < name.size();) {
@@ -56,25 +73,25 @@ std::optional<std::string> ZTValidateLocalFileName(std::string_view name) {
 std::optional<std::string> ZTValidateLocalFileNameWithForbiddenCharacters(
     std::string_view name, const std::optional<std::string>& forbiddenCharacters) {
   if (name.empty() || isBlank(name)) return ZTLocalizedString("Empty name cannot be used");
-  if (zt::utf16Length(name) > kMaximumNameLength) {
+  if (name.size() > kMaximumNameBytes || zt::utf16Length(name) > kMaximumNameLength) {
     return ZTLocalizedString("File name exceeds maximum limit of symbols");
   }
   if (name.front() == '.') return ZTLocalizedString("File name cannot be started with dot");
-  if (forbiddenCharacters && !forbiddenCharacters->empty()) {
-    std::vector<UChar32> forbidden;
+  // NUL is always forbidden: the kernel would see the name end there.
+  std::vector<UChar32> forbidden{0};
+  if (forbiddenCharacters) {
     for (std::size_t i = 0; i < forbiddenCharacters->size();) {
       forbidden.push_back(u_foldCase(static_cast<UChar32>(zt::fs_internal::nextCodePoint(*forbiddenCharacters, i)),
                                      U_FOLD_CASE_DEFAULT));
     }
-    for (std::size_t i = 0; i < name.size();) {
-      const std::size_t start = i;
-      const UChar32 c = u_foldCase(static_cast<UChar32>(zt::fs_internal::nextCodePoint(name, i)), U_FOLD_CASE_DEFAULT);
-      for (UChar32 f : forbidden) {
-        if (f == c) {
-          const std::string format =
-              ZTLocalizedString("The name \u201C%@\u201D cannot be used because of %@ character");
-          return fillObjectFormat(format, {std::string(name), std::string(name.substr(start, i - start))});
-        }
+  }
+  for (std::size_t i = 0; i < name.size();) {
+    const std::size_t start = i;
+    const UChar32 c = u_foldCase(static_cast<UChar32>(zt::fs_internal::nextCodePoint(name, i)), U_FOLD_CASE_DEFAULT);
+    for (UChar32 f : forbidden) {
+      if (f == c) {
+        const std::string format = ZTLocalizedString("The name \u201C%@\u201D cannot be used because of %@ character");
+        return fillObjectFormat(format, {displayed(name), displayed(name.substr(start, i - start))});
       }
     }
   }

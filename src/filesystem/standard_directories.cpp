@@ -1,7 +1,9 @@
 #include "zentrel/filesystem/standard_directories.h"
 
 #include <cstdlib>
+#include <mutex>
 
+#include "filesystem/internal/temporary_folder.h"
 #include "filesystem/internal/xdg_dirs.h"
 #include "zentrel/filesystem/path_strings.h"
 #include "zentrel/platform/log.h"
@@ -10,9 +12,12 @@ namespace xdg = zt::fs_internal;
 
 std::string ZTHomeDirectory() {
   if (std::optional<std::string> home = xdg::userDatabaseHome()) return *home;
-  ZTLog("getpwuid() failed. Fallback to NSHomeDirectory().");
+  // A user without an entry (a container started with an arbitrary uid) stays without one: say so
+  // once, not on every call and every "~" expansion.
+  static std::once_flag logged;
+  std::call_once(logged, [] { ZTLog("getpwuid() failed. Fallback to NSHomeDirectory()."); });
   const char* home = std::getenv("HOME");
-  return home != nullptr && home[0] != '\0' ? std::string(home) : std::string("/");
+  return home != nullptr && home[0] == '/' ? std::string(home) : std::string("/");
 }
 
 std::string ZTTrashDirectory() {
@@ -30,7 +35,7 @@ std::string ZTDocumentsDirectoryAdd(std::string_view component) {
 }
 
 std::string ZTApplicationDirectory() {
-  static const std::string application = zt::stringByDeletingLastPathComponent(ZTDocumentsDirectory());
+  static const std::string application = xdg::applicationDirectory(ZTDocumentsDirectory(), ZTHomeDirectory());
   return application;
 }
 
@@ -60,7 +65,7 @@ std::string ZTCachesDirectoryAdd(std::string_view component) {
 
 std::string ZTApplicationSupportDirectory() {
   static const std::string support = xdg::applicationSupportDirectory(
-      xdg::xdgDataHome(ZTHomeDirectory(), xdg::processEnvironment()), xdg::executableName(), ZTTemporaryDirectory());
+      xdg::xdgDataHome(ZTHomeDirectory(), xdg::processEnvironment()), xdg::executableName(), [] { return ZTTemporaryDirectory(); });
   return support;
 }
 
@@ -68,7 +73,7 @@ std::string ZTApplicationSupportDirectoryAdd(std::string_view component) {
   return zt::stringByAppendingPathComponent(ZTApplicationSupportDirectory(), component);
 }
 
-std::string ZTTemporaryDirectory() { return xdg::temporaryDirectory(xdg::processEnvironment()); }
+std::string ZTTemporaryDirectory() { return xdg::privateTemporaryFolderPath(xdg::processEnvironment()); }
 
 std::string ZTTemporaryDirectoryAdd(std::string_view component) {
   return zt::stringByAppendingPathComponent(ZTTemporaryDirectory(), component);

@@ -1,37 +1,74 @@
 #include "zentrel/filesystem/temporary_files.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <vector>
+#include <cerrno>
 
 #include "filesystem/internal/fs.h"
+#include "filesystem/internal/temporary_folder.h"
 #include "zentrel/filesystem/path_strings.h"
-#include "zentrel/filesystem/standard_directories.h"
 #include "zentrel/platform/log.h"
 #include "zentrel/platform/uuid.h"
 
-std::string ZTTempName(std::string_view directory, std::string_view suffix) {
-  const std::string folder = directory.empty() ? ZTTemporaryDirectory() : std::string(directory);
-  const std::string templatePath = zt::stringByAppendingPathComponent(folder, "XXXXXX" + std::string(suffix));
-  std::vector<char> writable(templatePath.begin(), templatePath.end());
-  writable.push_back('\0');
-  // The descriptor is deliberately kept open: the name was reserved by this process.
-  const bool usable = zt::fs_internal::usablePath(templatePath) && suffix.find('/') == std::string_view::npos;
-  if (!usable || ::mkostemps(writable.data(), static_cast<int>(suffix.size()), O_CLOEXEC) == -1) {
-    // The name was not created here, so nothing is deleted; the (possibly filled-in) template is
-    // answered as it stands.
-    ZTLogf("*** WARNING ZTTempName: can't create file at path %s", writable.data());
-    return std::string(writable.data());
+namespace fsi = zt::fs_internal;
+
+namespace {
+
+// The folder files are created in: the private temporary folder for an empty directory, else the
+// caller's folder (links followed: it is the caller's choice).
+std::optional<fsi::OpenFolder> openFolder(std::string_view directory, ZTError* error) {
+  if (directory.empty()) return fsi::openPrivateTemporaryFolder(fsi::processEnvironment(), error);
+  std::string path(directory);
+  if (!fsi::usablePath(path)) {
+    ZTSetError(error, ZTError::posix(EINVAL, path));
+    return std::nullopt;
   }
-  const std::string path(writable.data());
-  ::unlink(path.c_str());
-  return path;
+  ZTFileDescriptor descriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!descriptor) {
+    ZTSetError(error, ZTError::posix(errno, path));
+    return std::nullopt;
+  }
+  return fsi::OpenFolder{std::move(path), std::move(descriptor)};
+}
+
+}  // namespace
+
+std::optional<ZTTemporaryFile> ZTTempFile(std::string_view directory, std::string_view suffix, ZTError* error) {
+  if (suffix.find('/') != std::string_view::npos || suffix.find('\0') != std::string_view::npos) {
+    ZTSetError(error, ZTError::posix(EINVAL, std::string(suffix)));
+    return std::nullopt;
+  }
+  std::optional<fsi::OpenFolder> folder = openFolder(directory, error);
+  if (!folder) return std::nullopt;
+  std::string name;
+  ZTFileDescriptor descriptor = fsi::createUniqueFile(folder->descriptor.get(), "", suffix, name);
+  if (!descriptor) {
+    ZTSetError(error, ZTError::posix(errno, zt::stringByAppendingPathComponent(folder->path, "XXXXXX" + std::string(suffix))));
+    return std::nullopt;
+  }
+  return ZTTemporaryFile{zt::stringByAppendingPathComponent(folder->path, name), std::move(descriptor)};
+}
+
+std::string ZTTempName(std::string_view directory, std::string_view suffix) {
+  std::optional<ZTTemporaryFile> file = ZTTempFile(directory, suffix);
+  if (!file) {
+    const std::string folder = directory.empty() ? fsi::privateTemporaryFolderPath(fsi::processEnvironment())
+                                                 : std::string(directory);
+    const std::string templatePath = zt::stringByAppendingPathComponent(folder, "XXXXXX" + std::string(suffix));
+    ZTLogf("*** WARNING ZTTempName: can't create file at path %s", templatePath.c_str());
+    return templatePath;
+  }
+  ::unlink(file->path.c_str());
+  // Kept open on purpose: the classic contract leaves the creation's descriptor to the process.
+  [[maybe_unused]] const int kept = file->descriptor.release();
+  return file->path;
 }
 
 std::string ZTTemporaryFilePathWithExtension(std::string_view extension) {
-  std::string path = ZTTemporaryDirectoryAdd(ZTUUIDString());
+  std::string path = zt::stringByAppendingPathComponent(fsi::privateTemporaryFolderPath(fsi::processEnvironment()),
+                                                        ZTUUIDString());
   if (!extension.empty()) {
     path.push_back('.');
     path.append(extension);
@@ -41,9 +78,15 @@ std::string ZTTemporaryFilePathWithExtension(std::string_view extension) {
 
 std::optional<std::string> ZTPathToTemporaryUniqueDirectoryWithFileNamedInside(
     const std::optional<std::string>& fileName, bool createDirectory) {
-  if (!fileName) return std::nullopt;
-  const std::string folder = ZTTemporaryDirectoryAdd(ZTUUIDString());
-  if (createDirectory) zt::fs_internal::createDirectories(folder);
+  if (!fileName || (!fileName->empty() && !fsi::isSingleName(*fileName))) return std::nullopt;
+  const std::string uuid = ZTUUIDString();
+  std::string folder;
+  if (std::optional<fsi::OpenFolder> temporary = fsi::openPrivateTemporaryFolder(fsi::processEnvironment(), nullptr)) {
+    folder = zt::stringByAppendingPathComponent(temporary->path, uuid);
+    if (createDirectory) ::mkdirat(temporary->descriptor.get(), uuid.c_str(), 0700);  // errors ignored
+  } else {
+    folder = zt::stringByAppendingPathComponent(fsi::privateTemporaryFolderPath(fsi::processEnvironment()), uuid);
+  }
   return zt::stringByAppendingPathComponent(folder, *fileName);
 }
 

@@ -1,14 +1,12 @@
 #include "zentrel/filesystem/unique_names.h"
 
-#include <fcntl.h>
-#include <stdlib.h>
 #include <unicode/unistr.h>
 
 #include <climits>
 #include <cstdio>
-#include <vector>
 
 #include "filesystem/internal/fs.h"
+#include "filesystem/internal/temporary_folder.h"
 #include "zentrel/filesystem/path_strings.h"
 #include "zentrel/filesystem/standard_directories.h"
 #include "zentrel/platform/exceptions.h"
@@ -123,12 +121,16 @@ std::string ZTGenerateMacStyleUniquePath(const std::string& path, bool isDirecto
 }
 
 std::optional<std::string> ZTGenerateTempFilePath(std::string_view fileName) {
-  if (fileName.find('\0') != std::string_view::npos) return std::nullopt;
+  namespace fsi = zt::fs_internal;
+  if (!fileName.empty() && !fsi::isSingleName(fileName)) return std::nullopt;
+  std::optional<fsi::OpenFolder> folder = fsi::openPrivateTemporaryFolder(fsi::processEnvironment(), nullptr);
+  if (!folder) return std::nullopt;
   const std::string stem = zt::stringByDeletingPathExtension(fileName);
-  const std::string templatePath = zt::stringByAppendingPathComponent(ZTTemporaryDirectory(), stem + "-XXXXXX");
-  std::vector<char> writable(templatePath.begin(), templatePath.end());
-  writable.push_back('\0');
-  // The descriptor is deliberately kept: the open file reserves the name for this process.
-  if (::mkostemp(writable.data(), O_CLOEXEC) == -1) return std::nullopt;
-  return std::string(writable.data()) + "." + zt::pathExtension(fileName);
+  std::string name;
+  ZTFileDescriptor reservation = fsi::createUniqueFile(folder->descriptor.get(), stem + "-", "", name);
+  if (!reservation) return std::nullopt;
+  // Kept open on purpose: the open file reserves the name for this process, as the classic
+  // contract says.
+  [[maybe_unused]] const int kept = reservation.release();
+  return zt::stringByAppendingPathComponent(folder->path, name) + "." + zt::pathExtension(fileName);
 }

@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 
 namespace {
 
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 using zt::test::writeFile;
 
 class ContentSniffing : public ::testing::Test {
@@ -17,7 +17,7 @@ class ContentSniffing : public ::testing::Test {
     writeFile(path, bytes);
     return path;
   }
-  TempDir dir;
+  ScratchFolder dir;
 };
 
 TEST_F(ContentSniffing, PlainText) {

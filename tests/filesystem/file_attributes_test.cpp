@@ -5,11 +5,11 @@
 
 #include <cerrno>
 
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 
 namespace {
 
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 bool supportsUserAttributes(const std::string& path) {
   if (::setxattr(path.c_str(), "user.zt-probe", "1", 1, 0) != 0) return false;
@@ -24,7 +24,7 @@ std::string rawMark(const std::string& path) {
 }
 
 TEST(BackupMark, RoundTripThroughTheFreedesktopAttribute) {
-  TempDir dir;
+  ScratchFolder dir;
   const std::string file = dir / "data.bin";
   zt::test::writeFile(file, "x");
   if (!supportsUserAttributes(file)) {
@@ -49,7 +49,7 @@ TEST(BackupMark, RoundTripThroughTheFreedesktopAttribute) {
 }
 
 TEST(BackupMark, MissingItemsAndEmptyPaths) {
-  TempDir dir;
+  ScratchFolder dir;
   zt::test::LogCapture log;
   EXPECT_EQ(ZTSkipMobileBackupAttributeForFile(dir / "missing", true), 0);
   EXPECT_EQ(ZTSkipMobileBackupAttributeForFile(dir / "missing", false), 0);
@@ -65,7 +65,7 @@ TEST(BackupMark, MissingItemsAndEmptyPaths) {
 }
 
 TEST(ChangeDate, WholeSecondsOfTheInodeChange) {
-  TempDir dir;
+  ScratchFolder dir;
   const std::string file = dir / "a";
   const ZTDate before = ZTDate::now();
   zt::test::writeFile(file, "x");

@@ -7,13 +7,13 @@
 
 #include "filesystem/internal/mime_database.h"
 #include "filesystem/internal/type_registry.h"
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 
 namespace {
 
 using zt::fs_internal::MimeDatabase;
 using zt::fs_internal::TypeRegistry;
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 bool systemDatabaseAvailable() { return !MimeDatabase::shared().isEmpty(); }
 
@@ -120,7 +120,7 @@ TEST(Packages, Extensions) {
 }
 
 TEST(Packages, RealFoldersAndFiles) {
-  TempDir dir;
+  ScratchFolder dir;
   zt::test::writeFile(dir / "x.pages", "not a folder");
   zt::test::makeDirectory(dir / "y.pages");
   zt::test::makeDirectory(dir / "Tool.app");
@@ -169,7 +169,7 @@ class PrivateMimeDatabase : public ::testing::Test {
     database = MimeDatabase::load({high + "/mime", low + "/mime", dir / "missing/mime"});
   }
 
-  TempDir dir;
+  ScratchFolder dir;
   std::string high = dir / "high";
   std::string low = dir / "low";
   MimeDatabase database;
@@ -217,6 +217,80 @@ TEST_F(PrivateMimeDatabase, IdentifiersFollowTheHierarchy) {
   EXPECT_EQ(registry.preferredExtensionForIdentifier(unknown), "zzq");
   EXPECT_EQ(registry.mimeTypeForIdentifier(unknown), std::nullopt);
   EXPECT_NE(unknown, registry.identifierForExtension("zzr", false));
+}
+
+// The glob lines of Debian's database for C and C++ sources, with the old flagless "*.C" line that
+// once made every ".c" file C++: case-sensitive globs are tried on the name as written, then the
+// case-insensitive ones on its lower-case form.
+TEST(MimeGlobMatching, CaseSensitiveGlobsFirstThenLowerCase) {
+  ScratchFolder dir;
+  zt::test::writeFile(dir / "globs2",
+                      "50:text/x-c++src:*.C:cs\n"
+                      "50:text/x-c++src:*.C\n"
+                      "50:text/x-csrc:*.c:cs\n"
+                      "50:text/x-csrc:*.c\n"
+                      "50:text/x-genie:*.gs:cs\n"
+                      "50:image/gif:*.gif\n");
+  const MimeDatabase database = MimeDatabase::load({dir.path()});
+  const auto typeOf = [&](std::string_view extension) {
+    const std::string* type = database.mimeTypeForExtension(extension);
+    return type == nullptr ? std::string("(none)") : *type;
+  };
+  EXPECT_EQ(typeOf("c"), "text/x-csrc");
+  EXPECT_EQ(typeOf("C"), "text/x-c++src");
+  EXPECT_EQ(typeOf("GIF"), "image/gif");
+  EXPECT_EQ(typeOf("gs"), "text/x-genie");
+  EXPECT_EQ(typeOf("GS"), "(none)");  // a case-sensitive glob matches only as written
+
+  // A database without the flags: the glob written in lower case wins the lower-case lookup.
+  zt::test::writeFile(dir / "globs2", "50:text/x-c++src:*.C\n50:text/x-csrc:*.c\n");
+  const MimeDatabase old = MimeDatabase::load({dir.path()});
+  ASSERT_NE(old.mimeTypeForExtension("c"), nullptr);
+  EXPECT_EQ(*old.mimeTypeForExtension("c"), "text/x-csrc");
+}
+
+// MIME type names are compared ignoring case, and answered as the database spells them.
+TEST(MimeGlobMatching, TypeNamesWithCapitalsKeepTheirTypes) {
+  ScratchFolder dir;
+  zt::test::writeFile(dir / "globs2",
+                      "50:application/vnd.ms-word.document.macroEnabled.12:*.docm\n"
+                      "50:audio/AMR:*.amr\n");
+  zt::test::writeFile(dir / "aliases", "image/x-MS-bmp image/bmp\naudio/amr-encrypted audio/AMR\n");
+  zt::test::writeFile(dir / "subclasses",
+                      "application/vnd.ms-word.document.macroEnabled.12 application/zip\n");
+  zt::test::writeFile(dir / "types", "application/vnd.ms-word.document.macroEnabled.12\naudio/AMR\nimage/bmp\n");
+  const MimeDatabase database = MimeDatabase::load({dir.path()});
+  const TypeRegistry registry(database);
+
+  const std::string docm = registry.identifierForExtension("docm", false);
+  EXPECT_EQ(docm, "org.freedesktop.mime.application.vnd.ms-word.document.macroEnabled.12");
+  EXPECT_EQ(registry.mimeTypeForIdentifier(docm), "application/vnd.ms-word.document.macroEnabled.12");
+  EXPECT_EQ(registry.identifierForMimeType("APPLICATION/VND.MS-WORD.DOCUMENT.MACROENABLED.12"), docm);
+  EXPECT_TRUE(registry.conformsTo(docm, "public.zip-archive"));
+  EXPECT_EQ(registry.preferredExtensionForIdentifier(docm), "docm");
+
+  EXPECT_EQ(registry.identifierForMimeType("image/x-MS-bmp"), "com.microsoft.bmp");
+  EXPECT_EQ(registry.identifierForMimeType("image/x-ms-bmp"), "com.microsoft.bmp");
+  EXPECT_EQ(database.canonicalName("audio/AMR-encrypted"), "audio/AMR");
+  EXPECT_EQ(registry.identifierForMimeType("audio/amr"), "org.freedesktop.mime.audio.AMR");
+  EXPECT_TRUE(registry.conformsTo(registry.identifierForExtension("amr", false), "public.audio"));
+}
+
+TEST(MimeTypes, OfficeMacroDocumentsAndCSourcesFromTheSystemDatabase) {
+  if (!systemDatabaseAvailable()) GTEST_SKIP() << "shared-mime-info is not installed";
+  for (const char* extension : {"xlsm", "docm", "pptm", "vsdm"}) {
+    const std::optional<std::string> identifier = ZTUTIForFileExtension(extension, false);
+    ASSERT_TRUE(identifier) << extension;
+    EXPECT_EQ(identifier->rfind("org.freedesktop.mime.application.vnd.ms-", 0), 0u) << *identifier;
+    EXPECT_EQ(ZTExtensionForMimeType(ZTMimeTypeForFileExtension(extension)), extension);
+  }
+  EXPECT_EQ(ZTMimeTypeForFileExtension("docm"), "application/vnd.ms-word.document.macroEnabled.12");
+  // The fallback table's spelling is an alias of image/bmp.
+  EXPECT_EQ(ZTUTIFromMimeType("image/x-MS-bmp"), "com.microsoft.bmp");
+  EXPECT_EQ(ZTMimeTypeForFileAtPath("/src/main.c"), "text/x-csrc");
+  EXPECT_EQ(ZTMimeTypeForFileAtPath("/src/main.cpp"), "text/x-c++src");
+  // The extension is lower-cased before the lookup, so "main.C" is a C source here as well.
+  EXPECT_EQ(ZTMimeTypeForFileAtPath("/src/MAIN.C"), "text/x-csrc");
 }
 
 TEST(MimeDatabaseLoading, MissingFoldersGiveAnEmptyDatabase) {

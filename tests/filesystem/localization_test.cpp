@@ -10,7 +10,7 @@
 #include <cstdlib>
 
 #include "filesystem/support/message_catalog.h"
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 #include "zentrel/filesystem/file_name_validation.h"
 #include "zentrel/filesystem/file_types.h"
 
@@ -35,7 +35,7 @@ class TranslatedTextsDeathTest : public ::testing::Test {
     ZTSetLocalizationDomain("zt-filesystem-test", dir.path());
   }
 
-  zt::test::TempDir dir;
+  zt::test::ScratchFolder dir;
 };
 
 TEST_F(TranslatedTextsDeathTest, ValidationMessagesAndKindsAreTranslated) {
@@ -49,7 +49,7 @@ TEST_F(TranslatedTextsDeathTest, ValidationMessagesAndKindsAreTranslated) {
             ZTValidateLocalFileName(".x") == std::optional<std::string>("File name cannot be started with dot") &&
             ZTPathExtensionToReadable("jpg") == "JPEG-Bild" && ZTPathExtensionToReadable("docx") == "DOCX Dokument" &&
             ZTPathExtensionToReadable("") == "Unknown file";
-        std::_Exit(ok ? 0 : 1);
+        zt::test::finishChildProcess(ok);
       },
       ::testing::ExitedWithCode(0), "");
 }

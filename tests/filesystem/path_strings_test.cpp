@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 
 namespace {
 
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 TEST(PathVocabulary, ComponentsAndExtensions) {
   EXPECT_EQ(zt::lastPathComponent("/tmp/a.txt"), "a.txt");
@@ -65,7 +65,7 @@ TEST(PathStrings, SlashHelpers) {
 TEST(PathStrings, NormalizationOptions) {
   EXPECT_EQ(zt::stringByNormalizingPathAndAddingTrailingSlash("/a//b/", true), "/a/b/");
   EXPECT_EQ(zt::stringByNormalizingPathAndAddingTrailingSlash("/a//b/", false), "/a/b");
-  TempDir dir;
+  ScratchFolder dir;
   zt::test::makeDirectory(dir / "real/sub");
   ASSERT_EQ(::symlink((dir / "real").c_str(), (dir / "link").c_str()), 0);
   EXPECT_EQ(zt::stringByNormalizingPathWithOptions(dir / "link/sub/missing/x", ZTPathNormalizationResolveSymbolicLinks),
@@ -113,7 +113,7 @@ TEST(PathStrings, ComparisonsUseNormalizedForms) {
 }
 
 TEST(PathStrings, SymbolicLinksCompareAsTheirTargets) {
-  TempDir dir;
+  ScratchFolder dir;
   zt::test::makeDirectory(dir / "real");
   ASSERT_EQ(::symlink((dir / "real").c_str(), (dir / "link").c_str()), 0);
   EXPECT_TRUE(zt::isEqualToPath(dir / "link", dir / "real"));

@@ -7,12 +7,12 @@
 #include <filesystem>
 #include <random>
 
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 #include "zentrel/filesystem/standard_directories.h"
 
 namespace {
 
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 TEST(PathNormalization, StandardizesRepeatedSlashesDotsAndParentReferences) {
   EXPECT_EQ(ZTNormalizeBeginingOfPath("/a//b/./c/../d"), "/a/b/d");
@@ -32,7 +32,7 @@ TEST(PathNormalization, PrivatePrefixIsDroppedByHandOnlyWhenStandardizationChang
   EXPECT_EQ(ZTNormalizeBeginingOfPath("/private/zt-surely-missing/../zt-surely-missing/x"),
             "/private/zt-surely-missing/x");
   // Standardization itself drops "/private" when the shorter path exists.
-  TempDir dir;
+  ScratchFolder dir;
   EXPECT_EQ(ZTNormalizeBeginingOfPath("/private" + dir.path() + "/./"), dir.path());
   // "/private" not followed by "/" is an ordinary name.
   EXPECT_EQ(ZTNormalizeBeginingOfPath("/privateer/x"), "/privateer/x");

@@ -1,21 +1,22 @@
 #include "zentrel/filesystem/standard_directories.h"
 
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <map>
 
 #include "filesystem/internal/xdg_dirs.h"
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 #include "zentrel/filesystem/path_strings.h"
-#include "zentrel/filesystem/temporary_files.h"
 
 namespace {
 
 using namespace zt::fs_internal;
 using zt::test::ScopedEnvironment;
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 EnvironmentLookup environment(std::map<std::string, std::string> values) {
   return [values = std::move(values)](const char* name) -> std::optional<std::string> {
@@ -32,9 +33,6 @@ TEST(XdgFolders, VariablesCountOnlyWhenAbsolute) {
   EXPECT_EQ(xdgCacheHome("/home/u", environment({{"XDG_CACHE_HOME", ""}})), "/home/u/.cache");
   EXPECT_EQ(xdgCacheHome("/home/u", environment({{"XDG_CACHE_HOME", "/c"}})), "/c");
   EXPECT_EQ(xdgConfigHome("/home/u", environment({})), "/home/u/.config");
-  EXPECT_EQ(temporaryDirectory(environment({})), "/tmp");
-  EXPECT_EQ(temporaryDirectory(environment({{"TMPDIR", "/var/tmp/"}})), "/var/tmp");
-  EXPECT_EQ(temporaryDirectory(environment({{"TMPDIR", ""}})), "/tmp");
 }
 
 TEST(XdgFolders, DocumentsFromUserDirsFile) {
@@ -52,44 +50,57 @@ TEST(XdgFolders, DocumentsFromUserDirsFile) {
   EXPECT_EQ(userDirectoryFromUserDirsFile("XDG_DOCUMENTS_DIRX=\"/x\"", "XDG_DOCUMENTS_DIR", "/home/u"), std::nullopt);
   EXPECT_EQ(userDirectoryFromUserDirsFile("", "XDG_DOCUMENTS_DIR", "/home/u"), std::nullopt);
 
-  TempDir config;
+  ScratchFolder config;
   zt::test::writeFile(config / "user-dirs.dirs", "XDG_DOCUMENTS_DIR=\"$HOME/Papers\"\n");
   EXPECT_EQ(documentsDirectory("/home/u", environment({{"XDG_CONFIG_HOME", config.path()}})), "/home/u/Papers");
   EXPECT_EQ(documentsDirectory("/home/u", environment({{"XDG_CONFIG_HOME", config / "none"}})), "/home/u/Documents");
 }
 
-TEST(XdgFolders, TrashIsInTheDataHomeWhenThereIsOne) {
-  TempDir home;
-  EXPECT_EQ(freedesktopTrash(home.path(), environment({})), std::nullopt);
-  zt::test::makeDirectory(home / ".local/share");
-  EXPECT_EQ(freedesktopTrash(home.path(), environment({})), home / ".local/share/Trash");
-  EXPECT_EQ(freedesktopTrash(home.path(), environment({{"XDG_DATA_HOME", "/elsewhere"}})), "/elsewhere/Trash");
+// The home trash is $XDG_DATA_HOME/Trash whether or not the data home exists yet: it is made, with
+// its files/ and info/ folders, so the answer does not depend on what ran before.
+TEST(XdgFolders, TrashIsMadeInTheDataHome) {
+  ScratchFolder home;
+  zt::test::LogCapture log;
+  EXPECT_EQ(trashDirectory(home.path(), environment({})), home / ".local/share/Trash");
+  for (const char* folder : {".local/share/Trash", ".local/share/Trash/files", ".local/share/Trash/info"}) {
+    struct stat st {};
+    ASSERT_EQ(::lstat((home / folder).c_str(), &st), 0) << folder;
+    EXPECT_TRUE(S_ISDIR(st.st_mode)) << folder;
+    EXPECT_EQ(st.st_mode & 07777, 0700u) << folder;
+  }
+  EXPECT_EQ(trashDirectory(home.path(), environment({})), home / ".local/share/Trash");
+  ScratchFolder data;
+  EXPECT_EQ(trashDirectory(home.path(), environment({{"XDG_DATA_HOME", data / "new"}})), data / "new/Trash");
+  EXPECT_TRUE(zt::test::exists(data / "new/Trash/info"));
+  EXPECT_TRUE(log.lines().empty());
 }
 
-TEST(XdgFolders, TrashFallsBackToDotTrashWithALogLine) {
-  TempDir home;
+TEST(XdgFolders, TrashFallsBackToDotTrashWithALogLineWhenItCannotBeMade) {
+  ScratchFolder home;
+  zt::test::writeFile(home / ".local", "a file where the data home would be");
   zt::test::LogCapture log;
   EXPECT_EQ(trashDirectory(home.path(), environment({})), home / ".Trash");
   EXPECT_EQ(log.lines(), (std::vector<std::string>{"Failed to get trash directory using "
                                                    "NSSearchPathForDirectoriesInDomains(). Trying to generate path "
                                                    "to trash..."}));
-  zt::test::makeDirectory(home / ".local/share");
-  EXPECT_EQ(trashDirectory(home.path(), environment({})), home / ".local/share/Trash");
-  EXPECT_EQ(log.lines().size(), 1u);
+}
+
+std::function<std::string()> fallback(std::string folder) {
+  return [folder] { return folder; };
 }
 
 TEST(XdgFolders, ApplicationSupportIsCreatedOrFallsBackToTemporaryFolder) {
-  TempDir data;
+  ScratchFolder data;
   zt::test::LogCapture log;
-  EXPECT_EQ(applicationSupportDirectory(data / "deep/share", "tool", "/tmp"), data / "deep/share/tool");
+  EXPECT_EQ(applicationSupportDirectory(data / "deep/share", "tool", fallback("/tmp")), data / "deep/share/tool");
   EXPECT_TRUE(zt::test::exists(data / "deep/share/tool"));
-  EXPECT_EQ(applicationSupportDirectory(data / "deep/share", "tool", "/tmp"), data / "deep/share/tool");
+  EXPECT_EQ(applicationSupportDirectory(data / "deep/share", "tool", fallback("/tmp")), data / "deep/share/tool");
   EXPECT_TRUE(log.lines().empty());
 
   zt::test::writeFile(data / "file", "x");
-  EXPECT_EQ(applicationSupportDirectory(data.path(), "file", "/fallback"), "/fallback");
+  EXPECT_EQ(applicationSupportDirectory(data.path(), "file", fallback("/fallback")), "/fallback");
   zt::test::writeFile(data / "blocker", "x");
-  EXPECT_EQ(applicationSupportDirectory(data / "blocker", "tool", "/fallback"), "/fallback");
+  EXPECT_EQ(applicationSupportDirectory(data / "blocker", "tool", fallback("/fallback")), "/fallback");
   EXPECT_EQ(log.lines(), (std::vector<std::string>{
                              "*** WARNING " + (data / "file") + " directory is not a directory, fail",
                              "*** Returning NSTemporaryDirectory but this is FAIL-FAIL",
@@ -105,19 +116,13 @@ TEST(StandardFolders, HomeComesFromTheUserDatabaseNotTheEnvironment) {
   EXPECT_NE(ZTHomeDirectory(), "/zt-not-the-home");
 }
 
-TEST(StandardFolders, TemporaryFolderFollowsTMPDIR) {
-  ScopedEnvironment tmp{"TMPDIR", "/var/zt-tmp/"};
-  EXPECT_EQ(ZTTemporaryDirectory(), "/var/zt-tmp");
-  EXPECT_EQ(ZTTemporaryDirectoryAdd("a/b"), "/var/zt-tmp/a/b");
-}
-
 TEST(StandardFolders, ExecutableNameIsThisProgram) { EXPECT_EQ(executableName(), "zt_filesystem_tests"); }
 
 // The cached folders are computed once per process; this runs them in a child process whose
 // environment points every XDG folder into a temporary folder.
 TEST(StandardFoldersDeathTest, CachedFoldersFollowTheEnvironmentOfTheirFirstUse) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  TempDir root;
+  ScratchFolder root;
   zt::test::makeDirectory(root / "config");
   zt::test::writeFile(root / "config/user-dirs.dirs", "XDG_DOCUMENTS_DIR=\"" + (root / "Docs") + "\"\n");
   EXPECT_EXIT(
@@ -125,8 +130,10 @@ TEST(StandardFoldersDeathTest, CachedFoldersFollowTheEnvironmentOfTheirFirstUse)
         ::setenv("XDG_DATA_HOME", (root / "data").c_str(), 1);
         ::setenv("XDG_CACHE_HOME", (root / "cache").c_str(), 1);
         ::setenv("XDG_CONFIG_HOME", (root / "config").c_str(), 1);
+        ::setenv("TMPDIR", root.path().c_str(), 1);
         bool ok = ZTDocumentsDirectory() == root / "Docs" && ZTDocumentsDirectoryAdd("x") == root / "Docs/x" &&
                   ZTApplicationDirectory() == root.path() && ZTTrashDirectory() == root / "data/Trash" &&
+                  zt::test::exists(root / "data/Trash/files") && zt::test::exists(root / "data/Trash/info") &&
                   ZTLibraryDirectory() == root / "data" && ZTLibraryDirectoryAdd("y") == root / "data/y" &&
                   ZTCachesDirectory() == root / "cache" && ZTCachesDirectoryAdd("z") == root / "cache/z" &&
                   ZTApplicationSupportDirectory() == root / "data/zt_filesystem_tests" &&
@@ -138,7 +145,42 @@ TEST(StandardFoldersDeathTest, CachedFoldersFollowTheEnvironmentOfTheirFirstUse)
         ok = ok && ZTLibraryDirectory() == root / "data" && ZTCachesDirectory() == root / "cache" &&
              ZTTrashDirectory() == root / "data/Trash" && ZTApplicationLibraryDirectory() == root / "other" &&
              ZTApplicationLibraryDirectoryAdd("q") == root / "other/q";
-        std::_Exit(ok ? 0 : 1);
+        zt::test::finishChildProcess(ok);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+// A documents folder set to the home folder itself is how xdg-user-dirs disables it; the
+// application folder is then the home folder, not its parent.
+TEST(StandardFoldersDeathTest, ApplicationFolderIsHomeWhenDocumentsAreDisabled) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  ScratchFolder config;
+  zt::test::writeFile(config / "user-dirs.dirs", "XDG_DOCUMENTS_DIR=\"$HOME/\"\n");
+  EXPECT_EXIT(
+      {
+        ::setenv("XDG_CONFIG_HOME", config.path().c_str(), 1);
+        zt::test::finishChildProcess(ZTDocumentsDirectory() == ZTHomeDirectory() &&
+                                     ZTApplicationDirectory() == ZTHomeDirectory());
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
+// A process whose user has no entry in the user database (a container started with an arbitrary
+// uid) takes its home from $HOME and says so once, not on every call.
+TEST(StandardFoldersDeathTest, UserWithoutADatabaseEntryUsesHOMEAndLogsOnce) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to become a user without an entry";
+  constexpr uid_t kUnlistedUser = 54321;
+  if (::getpwuid(kUnlistedUser) != nullptr) GTEST_SKIP() << "uid " << kUnlistedUser << " has an entry here";
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        bool ok = ::setgid(kUnlistedUser) == 0 && ::setuid(kUnlistedUser) == 0;
+        ::setenv("HOME", "/zt-home-of-an-unlisted-user", 1);
+        zt::test::LogCapture log;
+        for (int i = 0; i < 3; ++i) ok = ok && ZTHomeDirectory() == "/zt-home-of-an-unlisted-user";
+        ok = ok && zt::stringByStandardizingPath("~/notes") == "/zt-home-of-an-unlisted-user/notes";
+        ok = ok && log.lines() == std::vector<std::string>{"getpwuid() failed. Fallback to NSHomeDirectory()."};
+        std::exit(ok ? 0 : 1);
       },
       ::testing::ExitedWithCode(0), "");
 }
@@ -164,62 +206,6 @@ TEST(CloudContainer, URLReplacesDotsWithTildes) {
   EXPECT_EQ(url->path(), ZTHomeDirectory() + "/Library/Mobile Documents/iCloud~a~b~c");
   EXPECT_EQ(ZTiCloudContainerURLFromIdentifier(std::nullopt), std::nullopt);
   EXPECT_EQ(ZTiCloudContainerURLFromIdentifier(std::string()), std::nullopt);
-}
-
-class TemporaryNames : public ::testing::Test {
- protected:
-  TempDir dir;
-  ScopedEnvironment tmpdir{"TMPDIR", dir.path().c_str()};
-};
-
-TEST_F(TemporaryNames, TempNameIsFreeAndKeepsTheSuffix) {
-  const std::string first = ZTTempName(dir.path(), ".part");
-  const std::string second = ZTTempName("", ".part");
-  EXPECT_NE(first, second);
-  for (const std::string& path : {first, second}) {
-    EXPECT_EQ(zt::stringByDeletingLastPathComponent(path), dir.path());
-    EXPECT_EQ(zt::lastPathComponent(path).size(), 6u + 5u);
-    EXPECT_EQ(zt::pathExtension(path), "part");
-    EXPECT_FALSE(zt::test::exists(path));
-  }
-  EXPECT_EQ(zt::lastPathComponent(ZTTempName(dir.path(), "")).size(), 6u);
-}
-
-TEST_F(TemporaryNames, TempNameInAMissingFolderLogsAndAnswersTheTemplate) {
-  zt::test::LogCapture log;
-  const std::string path = ZTTempName(dir / "missing", "x");
-  EXPECT_EQ(zt::stringByDeletingLastPathComponent(path), dir / "missing");
-  EXPECT_EQ(zt::lastPathComponent(path).size(), 7u);
-  EXPECT_EQ(path.back(), 'x');
-  EXPECT_FALSE(zt::test::exists(path));
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"*** WARNING ZTTempName: can't create file at path " + path}));
-}
-
-TEST_F(TemporaryNames, UUIDPathsAndFolders) {
-  const std::string withExtension = ZTTemporaryFilePathWithExtension("png");
-  EXPECT_EQ(zt::stringByDeletingLastPathComponent(withExtension), dir.path());
-  EXPECT_EQ(zt::lastPathComponent(withExtension).size(), 36u + 4u);
-  EXPECT_EQ(zt::pathExtension(withExtension), "png");
-  EXPECT_FALSE(zt::test::exists(withExtension));
-  EXPECT_EQ(zt::lastPathComponent(ZTTemporaryFilePathWithExtension("")).size(), 36u);
-  EXPECT_NE(ZTTemporaryFilePathWithExtension("png"), withExtension);
-
-  const std::optional<std::string> created = ZTPathToTemporaryUniqueDirectoryWithFileNamedInside("a.txt", true);
-  ASSERT_TRUE(created);
-  EXPECT_EQ(zt::lastPathComponent(*created), "a.txt");
-  EXPECT_TRUE(zt::test::exists(zt::stringByDeletingLastPathComponent(*created)));
-  EXPECT_FALSE(zt::test::exists(*created));
-  const std::optional<std::string> notCreated = ZTPathToTemporaryUniqueDirectoryWithFileNamedInside("a.txt", false);
-  ASSERT_TRUE(notCreated);
-  EXPECT_FALSE(zt::test::exists(zt::stringByDeletingLastPathComponent(*notCreated)));
-  EXPECT_EQ(ZTPathToTemporaryUniqueDirectoryWithFileNamedInside(std::nullopt, true), std::nullopt);
-
-  const std::optional<ZTFileURL> url = ZTURLToTemporaryUniqueDirectoryWithFileNamedInside("b c.txt", false);
-  ASSERT_TRUE(url);
-  EXPECT_TRUE(url->isFileURL());
-  EXPECT_FALSE(url->hasDirectoryPath());
-  EXPECT_EQ(zt::lastPathComponent(url->path()), "b c.txt");
-  EXPECT_EQ(ZTURLToTemporaryUniqueDirectoryWithFileNamedInside(std::nullopt, false), std::nullopt);
 }
 
 }  // namespace

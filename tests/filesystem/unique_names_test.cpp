@@ -5,14 +5,14 @@
 
 #include <set>
 
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 #include "zentrel/filesystem/path_strings.h"
 #include "zentrel/platform/exceptions.h"
 
 namespace {
 
 using zt::test::ScopedEnvironment;
-using zt::test::TempDir;
+using zt::test::ScratchFolder;
 
 // A folder of taken names; records every candidate it is asked about.
 struct Taken {
@@ -142,7 +142,7 @@ TEST(UniquePath, UsesTheExistenceHandlerOnFullPaths) {
 }
 
 TEST(UniquePath, MacStyleOnRealFiles) {
-  TempDir dir;
+  ScratchFolder dir;
   EXPECT_EQ(ZTGenerateMacStyleUniquePath(dir / "a.txt", false), dir / "a.txt");
   for (const char* name : {"a-1.txt", "a-2.txt", "a-3.txt", "a-4.txt", "a-5.txt"}) zt::test::writeFile(dir / name, "x");
   // Numbered files alone do not make the name taken.
@@ -157,41 +157,6 @@ TEST(UniquePath, MacStyleOnRealFiles) {
   ASSERT_EQ(::symlink((dir / "nowhere").c_str(), (dir / "link.txt").c_str()), 0);
   EXPECT_EQ(ZTGenerateMacStyleUniquePath(dir / "link.txt", false), dir / "link-1.txt");
   EXPECT_EQ(ZTGenerateUniquePath(dir / "a.txt", false, " ", "copy", 2), dir / "a copy.txt");
-}
-
-class TempFilePath : public ::testing::Test {
- protected:
-  TempDir dir;
-  ScopedEnvironment tmpdir{"TMPDIR", dir.path().c_str()};
-};
-
-TEST_F(TempFilePath, ReservesTheStemAndAnswersAPathWithTheExtension) {
-  const std::optional<std::string> path = ZTGenerateTempFilePath("report.pdf");
-  ASSERT_TRUE(path);
-  EXPECT_EQ(zt::stringByDeletingLastPathComponent(*path), dir.path());
-  const std::string name = zt::lastPathComponent(*path);
-  ASSERT_EQ(name.size(), std::string("report-XXXXXX.pdf").size());
-  EXPECT_EQ(name.substr(0, 7), "report-");
-  EXPECT_EQ(zt::pathExtension(name), "pdf");
-  const std::string reserved = zt::stringByDeletingPathExtension(*path);
-  EXPECT_TRUE(zt::test::isRegularFile(reserved));
-  EXPECT_EQ(zt::test::fileSize(reserved), 0u);
-  EXPECT_FALSE(zt::test::exists(*path));
-  EXPECT_NE(ZTGenerateTempFilePath("report.pdf"), path);
-}
-
-TEST_F(TempFilePath, NameWithoutExtensionEndsWithADot) {
-  const std::optional<std::string> path = ZTGenerateTempFilePath("notes");
-  ASSERT_TRUE(path);
-  ASSERT_EQ(path->back(), '.');
-  EXPECT_TRUE(zt::test::isRegularFile(path->substr(0, path->size() - 1)));
-}
-
-TEST_F(TempFilePath, FailsWithoutAUsableFolder) {
-  EXPECT_EQ(ZTGenerateTempFilePath("missing-folder/x.txt"), std::nullopt);
-  EXPECT_EQ(ZTGenerateTempFilePath(std::string("a\0b.txt", 7)), std::nullopt);
-  ScopedEnvironment gone{"TMPDIR", (dir / "gone").c_str()};
-  EXPECT_EQ(ZTGenerateTempFilePath("x.txt"), std::nullopt);
 }
 
 }  // namespace

@@ -4,10 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "commands.h"
@@ -46,12 +50,17 @@ int runFilesTour(const std::vector<std::string>& paths) {
             << ZTRelativePathToAbsolute(relative, "/home/ada/Documents") << "\"\n";
 
   std::cout << "2. Standard folders: home " << ZTHomeDirectory() << ", documents " << ZTDocumentsDirectory()
-            << ",\n   caches " << ZTCachesDirectory() << ", temporary " << ZTTemporaryDirectory() << "\n";
+            << ",\n   caches " << ZTCachesDirectory() << ", trash " << ZTTrashDirectory()
+            << ",\n   temporary (private to this user) " << ZTTemporaryDirectory() << "\n";
 
   std::cout << "3. File names a user might type:\n";
-  for (const std::string name : {"Report 2026.txt", "notes/draft.txt", ".hidden", ""}) {
+  std::string longName;
+  for (int i = 0; i < 100; ++i) longName += "\u5831";  // 100 CJK characters: 300 bytes
+  for (const std::string& name : {std::string("Report 2026.txt"), std::string("notes/draft.txt"), std::string(".hidden"),
+                                 std::string(), longName + ".txt"}) {
     const auto problem = ZTValidateLocalFileName(name);
-    std::cout << "   \"" << name << "\": " << (problem ? *problem : "fine") << "\n";
+    const std::string shown = name.size() > 40 ? name.substr(0, 12) + "... (" + std::to_string(name.size()) + " bytes)" : name;
+    std::cout << "   \"" << shown << "\": " << (problem ? *problem : "fine") << "\n";
   }
 
   int status = 0;
@@ -64,8 +73,21 @@ int runFilesTour(const std::vector<std::string>& paths) {
     const std::string folder = std::filesystem::path(*scratch).parent_path().string();
     std::filesystem::create_directories(folder);
     const std::string report = folder + "/report.txt";
-    std::ofstream(report) << "Quarterly report\n";
-    std::cout << "4. Unique names beside an existing file in " << folder << ":\n";
+    // Written whole or not at all: staged in a private temporary file, then renamed into place.
+    ZTError error;
+    std::optional<ZTTemporaryFile> staged = ZTTempFile("", ".part", &error);
+    const std::string_view text = "Quarterly report\n";
+    if (!staged || ::write(staged->descriptor.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
+        !staged->descriptor.close() || ::rename(staged->path.c_str(), report.c_str()) != 0) {
+      std::cout << "4. Could not stage report.txt: " << (staged ? std::strerror(errno) : error.localizedDescription())
+                << "\n";
+      if (staged) ::unlink(staged->path.c_str());
+      std::error_code ignored;
+      std::filesystem::remove_all(folder, ignored);
+      return 1;
+    }
+    std::cout << "4. report.txt staged in " << staged->path << " and renamed into place.\n"
+              << "   Unique names beside it in " << folder << ":\n";
     std::string next = ZTGenerateMacStyleUniquePath(report, false);
     std::cout << "   report.txt exists, so a new one becomes " << std::filesystem::path(next).filename().string();
     std::ofstream(next) << "copy\n";
@@ -77,8 +99,12 @@ int runFilesTour(const std::vector<std::string>& paths) {
     const std::string photo = folder + "/holiday.jpeg";
     const char jpegStart[] = "\xFF\xD8\xFF\xE0\x00\x10JFIF\x00\x01";
     std::ofstream(photo, std::ios::binary).write(jpegStart, sizeof jpegStart - 1);
+    std::ofstream(folder + "/main.c") << "int main(void) { return 0; }\n";
+    std::ofstream(folder + "/budget.xlsm", std::ios::binary) << std::string("PK\x03\x04\x14\x00", 6);
     std::cout << "5. File types, by name and by content:\n";
+    describeFile(folder + "/main.c");
     describeFile(report);
+    describeFile(folder + "/budget.xlsm");
     describeFile(photo);
     describeFile(scan);
     std::cout << "   the misnamed PDF would be saved as \"" << ZTFileNameWithContentCorrectedExtensionForFileAtPath(scan)

@@ -2,16 +2,25 @@
 // The user's standard folders on a freedesktop (XDG) system.
 //
 //  home                 the home folder of the user database entry of the real user id, even when
-//                       $HOME says otherwise; $HOME (or "/") only when the lookup fails (logged)
+//                       $HOME says otherwise; $HOME (when absolute, else "/") for a user without an
+//                       entry, which is logged once per process
 //  documents            XDG_DOCUMENTS_DIR from $XDG_CONFIG_HOME/user-dirs.dirs, else ~/Documents
-//  application          the documents folder's parent
-//  trash                $XDG_DATA_HOME/Trash (the freedesktop home trash); ~/.Trash when no data
-//                       home can be found (logged)
+//  application          the documents folder's parent; home when the documents folder is home
+//                       itself (xdg-user-dirs' way of disabling it)
+//  trash                the root of the freedesktop home trash, $XDG_DATA_HOME/Trash: the folder
+//                       holding files/ (the trashed items) and info/ (their .trashinfo entries).
+//                       It is made, with both subfolders and mode 0700, when missing; ~/.Trash only
+//                       when it cannot be made (logged). To trash an item use zt::moveItemToTrash
+//                       (trash.h), which writes the entry the desktop needs to show and restore it.
 //  library              $XDG_DATA_HOME (default ~/.local/share)
 //  caches               $XDG_CACHE_HOME (default ~/.cache)
 //  application support  $XDG_DATA_HOME/<executable name>, created when missing; the temporary
 //                       folder when it cannot be (logged)
-//  temporary            $TMPDIR, else /tmp
+//  temporary            the library's private folder <base>/zentrel-<euid>, base being $TMPDIR when
+//                       it is an absolute path, else /tmp: created with mode 0700 and checked
+//                       before every use (a folder, not a link, owned by this user, no access for
+//                       others). When someone else holds that name the library logs it once and
+//                       uses $XDG_RUNTIME_DIR/zentrel or a fresh folder of its own instead.
 // An XDG variable counts only when it holds an absolute path, as the freedesktop rules say.
 //
 // Documents, application, trash, library, caches and application support are computed on first
@@ -19,8 +28,8 @@
 // home, the application library folder and the temporary folder are computed on every call.
 // Each "...Add" function appends its argument as a path component. Every function may be called
 // from any thread; the cached values are computed once under the language's thread-safe static
-// initialisation. None of them throws; the folders other than application support are not
-// created.
+// initialisation. None of them throws. The trash, application support and temporary folders are
+// created when missing; the others are not.
 
 #include <optional>
 #include <string>

@@ -51,9 +51,12 @@ using ZTItemExistsBlock = std::function<bool(const std::string& path)>;
 [[nodiscard]] ZT_API std::string ZTGenerateMacStyleUniquePath(const std::string& path, bool isDirectory);
 
 // Reserves a temporary name derived from `fileName`: creates the empty file
-// "<temporary folder>/<stem>-XXXXXX" (the X replaced by random characters) and answers that path
-// followed by "." and the name's extension. The created file keeps the name reserved; the returned
-// path itself does not exist yet, and a name without an extension gives a path ending in ".".
-// The file's descriptor stays open (close-on-exec) for the life of the process. nullopt when the
-// file cannot be created (missing or unwritable temporary folder, a name with "/" or NUL).
+// "<temporary folder>/<stem>-XXXXXX" (the X replaced by random characters; see temporary_files.h
+// for the private folder and how files are created) and answers that path followed by "." and the
+// name's extension. The created file keeps the name reserved; the returned path itself does not
+// exist yet, and a name without an extension gives a path ending in ".".
+// The file's descriptor stays open (close-on-exec) for the life of the process, as the classic
+// contract requires; ZTTempFile (temporary_files.h) is the form that hands it back.
+// nullopt when the name is not a single path component ("../x.txt", "a/b", "..", "a\0b") or the file
+// cannot be created.
 [[nodiscard]] ZT_API std::optional<std::string> ZTGenerateTempFilePath(std::string_view fileName);

@@ -31,7 +31,7 @@ bool itemExists(std::string_view path, bool& isFolder) {
   return true;
 }
 
-bool createDirectories(std::string_view path) {
+bool createDirectories(std::string_view path, unsigned mode) {
   if (!usablePath(path)) {
     errno = EINVAL;
     return false;
@@ -42,7 +42,7 @@ bool createDirectories(std::string_view path) {
   for (std::size_t i = 1; i <= p.size(); ++i) {
     if (i != p.size() && p[i] != '/') continue;
     const std::string prefix = p.substr(0, i);
-    if (::mkdir(prefix.c_str(), 0777) != 0 && errno != EEXIST) return false;
+    if (::mkdir(prefix.c_str(), static_cast<mode_t>(mode)) != 0 && errno != EEXIST) return false;
   }
   if (!isDirectory(p)) {
     errno = ENOTDIR;

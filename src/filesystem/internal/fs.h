@@ -16,8 +16,8 @@ bool itemExists(std::string_view path);
 bool isDirectory(std::string_view path);
 // Whether an item exists and, if so, whether it is a folder (links followed, as a user sees it).
 bool itemExists(std::string_view path, bool& isFolder);
-// Creates the folder and any missing parents (mode 0777 before umask). True when the folder exists
-// afterwards; errno describes the failure otherwise.
-bool createDirectories(std::string_view path);
+// Creates the folder and any missing parents with the given mode (before umask). True when the
+// folder exists afterwards (links followed); errno describes the failure otherwise.
+bool createDirectories(std::string_view path, unsigned mode = 0777);
 
 }  // namespace zt::fs_internal

@@ -13,10 +13,19 @@ namespace {
 
 struct GlobEntry {
   int weight;
+  bool folded;        // an unflagged glob whose pattern was not already in lower case
   std::size_t order;  // folder precedence, then line order
   std::string mimeType;
-  std::string extension;
+  std::string extension;  // as written for case-sensitive globs, else lower-cased
 };
+
+// True when the text has no byte that lower-casing could change (ASCII capitals or non-ASCII).
+bool isPlainLowerCase(std::string_view text) {
+  for (unsigned char c : text) {
+    if ((c >= 'A' && c <= 'Z') || c >= 0x80) return false;
+  }
+  return true;
+}
 
 template <class Handler>
 void forEachLine(const std::string& path, Handler handler) {
@@ -73,9 +82,11 @@ const MimeDatabase& MimeDatabase::shared() {
 
 MimeDatabase MimeDatabase::load(const std::vector<std::string>& mimeFolders) {
   MimeDatabase db;
-  std::vector<GlobEntry> globs;
-  StringSet noGlobs;  // types whose globs a folder of higher precedence has cleared
+  std::vector<GlobEntry> caseSensitive;
+  std::vector<GlobEntry> caseInsensitive;
+  StringSet noGlobs;  // types whose globs a folder of higher precedence has cleared (folded names)
   std::size_t order = 0;
+  const auto know = [&db](const std::string& type) { db.known_.emplace(foldedName(type), type); };
   for (const std::string& folder : mimeFolders) {
     StringSet clearedHere;
     forEachLine(folder + "/globs2", [&](const std::string& line) {
@@ -83,64 +94,100 @@ MimeDatabase MimeDatabase::load(const std::vector<std::string>& mimeFolders) {
       if (fields.size() < 3) return;
       const std::string& type = fields[1];
       const std::string& pattern = fields[2];
-      db.known_.insert(type);
+      if (type.empty()) return;
+      know(type);
       if (pattern == "__NOGLOBS__") {
-        clearedHere.insert(type);
+        clearedHere.insert(foldedName(type));
         return;
       }
-      if (noGlobs.count(type)) return;
-      const bool caseSensitive = fields.size() > 3 && fields[3].find("cs") != std::string::npos;
+      if (noGlobs.count(foldedName(type))) return;
+      bool flaggedCaseSensitive = false;
+      if (fields.size() > 3) {
+        for (const std::string& flag : split(fields[3], ',')) flaggedCaseSensitive = flaggedCaseSensitive || flag == "cs";
+      }
       const std::string extension = simpleExtension(pattern);
       if (extension.empty()) return;
-      const std::string lower = lowercase(extension);
-      if (caseSensitive && lower != extension) return;  // lookups are by lower-case extension
-      globs.push_back({std::atoi(fields[0].c_str()), order++, type, lower});
+      const int weight = std::atoi(fields[0].c_str());
+      if (flaggedCaseSensitive) {
+        caseSensitive.push_back({weight, false, order++, type, extension});
+      } else {
+        const bool folded = !isPlainLowerCase(extension);
+        caseInsensitive.push_back({weight, folded, order++, type, folded ? lowercase(extension) : extension});
+      }
     });
     noGlobs.insert(clearedHere.begin(), clearedHere.end());
     forEachLine(folder + "/aliases", [&](const std::string& line) {
       const std::vector<std::string> fields = split(line, ' ');
-      if (fields.size() == 2) db.aliases_.emplace(fields[0], fields[1]);
+      if (fields.size() == 2 && !fields[0].empty() && !fields[1].empty()) {
+        db.aliases_.emplace(foldedName(fields[0]), fields[1]);
+      }
     });
     forEachLine(folder + "/subclasses", [&](const std::string& line) {
       const std::vector<std::string> fields = split(line, ' ');
-      if (fields.size() != 2) return;
-      auto& list = db.parents_[fields[0]];
-      if (std::find(list.begin(), list.end(), fields[1]) == list.end()) list.push_back(fields[1]);
-      db.known_.insert(fields[0]);
+      if (fields.size() != 2 || fields[0].empty() || fields[1].empty()) return;
+      auto& list = db.parents_[foldedName(fields[0])];
+      const std::string parent = foldedName(fields[1]);
+      if (std::none_of(list.begin(), list.end(), [&](const std::string& p) { return foldedName(p) == parent; })) {
+        list.push_back(fields[1]);
+      }
+      know(fields[0]);
     });
-    forEachLine(folder + "/types", [&](const std::string& line) { db.known_.insert(line); });
+    forEachLine(folder + "/types", [&](const std::string& line) { know(line); });
   }
-  std::stable_sort(globs.begin(), globs.end(), [](const GlobEntry& a, const GlobEntry& b) {
-    return a.weight != b.weight ? a.weight > b.weight : a.order < b.order;
-  });
-  for (const GlobEntry& glob : globs) {
-    db.extensionToType_.emplace(glob.extension, glob.mimeType);
-    db.preferredExtension_.emplace(glob.mimeType, glob.extension);
-  }
+  // Highest weight first; at equal weight a pattern written in lower case before one that was
+  // folded to it; then folder precedence and line order. The first entry for a key wins.
+  const auto before = [](const GlobEntry& a, const GlobEntry& b) {
+    if (a.weight != b.weight) return a.weight > b.weight;
+    if (a.folded != b.folded) return !a.folded;
+    return a.order < b.order;
+  };
+  std::sort(caseSensitive.begin(), caseSensitive.end(), before);
+  std::sort(caseInsensitive.begin(), caseInsensitive.end(), before);
+  for (const GlobEntry& glob : caseSensitive) db.caseSensitiveGlobs_.emplace(glob.extension, glob.mimeType);
+  for (const GlobEntry& glob : caseInsensitive) db.globs_.emplace(glob.extension, glob.mimeType);
+  // The preferred extension of a type: its best glob of either kind.
+  std::vector<GlobEntry> all = std::move(caseSensitive);
+  all.insert(all.end(), caseInsensitive.begin(), caseInsensitive.end());
+  std::sort(all.begin(), all.end(), before);
+  for (const GlobEntry& glob : all) db.preferredExtension_.emplace(foldedName(glob.mimeType), glob.extension);
   return db;
 }
 
-const std::string* MimeDatabase::mimeTypeForExtension(std::string_view lowercaseExtension) const {
-  const auto it = extensionToType_.find(lowercaseExtension);
-  return it == extensionToType_.end() ? nullptr : &it->second;
+std::string MimeDatabase::foldedName(std::string_view mimeType) {
+  std::string folded(mimeType);
+  for (char& c : folded) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return folded;
+}
+
+const std::string* MimeDatabase::mimeTypeForExtension(std::string_view extension) const {
+  if (extension.empty()) return nullptr;
+  if (!caseSensitiveGlobs_.empty()) {
+    const auto exact = caseSensitiveGlobs_.find(extension);
+    if (exact != caseSensitiveGlobs_.end()) return &exact->second;
+  }
+  const auto it = isPlainLowerCase(extension) ? globs_.find(extension) : globs_.find(lowercase(extension));
+  return it == globs_.end() ? nullptr : &it->second;
 }
 
 const std::string* MimeDatabase::preferredExtension(std::string_view mimeType) const {
-  const auto it = preferredExtension_.find(mimeType);
+  const auto it = preferredExtension_.find(foldedName(mimeType));
   return it == preferredExtension_.end() ? nullptr : &it->second;
 }
 
 std::string MimeDatabase::canonicalName(std::string_view mimeType) const {
-  std::string lower = lowercase(mimeType);
-  const auto it = aliases_.find(lower);
-  return it == aliases_.end() ? lower : it->second;
+  std::string folded = foldedName(mimeType);
+  if (const auto alias = aliases_.find(folded); alias != aliases_.end()) return alias->second;
+  if (const auto known = known_.find(folded); known != known_.end()) return known->second;
+  return folded;
 }
 
-bool MimeDatabase::isKnown(std::string_view canonicalMimeType) const { return known_.count(canonicalMimeType) != 0; }
+bool MimeDatabase::isKnown(std::string_view mimeType) const { return known_.count(foldedName(mimeType)) != 0; }
 
-const std::vector<std::string>& MimeDatabase::parents(std::string_view canonicalMimeType) const {
+const std::vector<std::string>& MimeDatabase::parents(std::string_view mimeType) const {
   static const std::vector<std::string> kNone;
-  const auto it = parents_.find(canonicalMimeType);
+  const auto it = parents_.find(foldedName(mimeType));
   return it == parents_.end() ? kNone : it->second;
 }
 

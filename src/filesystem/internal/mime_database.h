@@ -3,6 +3,12 @@
 // subclass hierarchy, read from the "mime" folder of each XDG data directory ($XDG_DATA_HOME first,
 // then $XDG_DATA_DIRS, default /usr/local/share:/usr/share). Earlier folders take precedence.
 //
+// Extensions are matched in shared-mime-info's order: the globs flagged case-sensitive ("cs") on
+// the extension as written, then the others on its lower-case form; between two unflagged globs of
+// the same weight that fold to the same extension, the one written in lower case wins (so the old
+// flagless "*.C" line does not make ".c" files C++). MIME type names are compared ignoring (ASCII)
+// case and answered as the database spells them ("application/vnd.ms-word.document.macroEnabled.12").
+//
 // shared() is loaded once per process, on first use, under the language's thread-safe static
 // initialisation; after that every lookup is a hash-table probe and the object is never modified,
 // so it may be used from any thread. A missing or unreadable database gives an empty one: every
@@ -33,22 +39,29 @@ class MimeDatabase {
   static std::vector<std::string> standardFolders();
 
   bool isEmpty() const { return known_.empty(); }
-  // The MIME type of a lower-case extension ("tar.gz" works too); nullptr when unknown.
-  const std::string* mimeTypeForExtension(std::string_view lowercaseExtension) const;
-  // The first extension of the highest-weighted glob of the type; nullptr when it has none.
+  // The MIME type of an extension ("tar.gz" works too); nullptr when unknown.
+  const std::string* mimeTypeForExtension(std::string_view extension) const;
+  // The first extension of the highest-weighted glob of the type (any case); nullptr when none.
   const std::string* preferredExtension(std::string_view mimeType) const;
-  // The canonical name of a type (aliases resolved); the lower-cased input when not an alias.
+  // The canonical name of a type, spelled as the database spells it (aliases resolved); the
+  // lower-cased input for a type the database does not know.
   std::string canonicalName(std::string_view mimeType) const;
-  bool isKnown(std::string_view canonicalMimeType) const;
-  // Direct parents from the subclass list (not the implicit text/plain and octet-stream ones).
-  const std::vector<std::string>& parents(std::string_view canonicalMimeType) const;
+  // Whether the database knows the type (any case; aliases are not resolved here).
+  bool isKnown(std::string_view mimeType) const;
+  // Direct parents of a type (any case) from the subclass list, spelled as the database spells
+  // them (not the implicit text/plain and octet-stream ones).
+  const std::vector<std::string>& parents(std::string_view mimeType) const;
+
+  // ASCII lower case, the form the tables are keyed by.
+  static std::string foldedName(std::string_view mimeType);
 
  private:
-  StringMap<std::string> extensionToType_;
-  StringMap<std::string> preferredExtension_;
-  StringMap<std::string> aliases_;
-  StringMap<std::vector<std::string>> parents_;
-  StringSet known_;
+  StringMap<std::string> caseSensitiveGlobs_;  // extension as written -> type
+  StringMap<std::string> globs_;               // lower-case extension -> type
+  StringMap<std::string> preferredExtension_;  // folded type -> extension
+  StringMap<std::string> aliases_;             // folded alias -> canonical spelling
+  StringMap<std::vector<std::string>> parents_;  // folded type -> parents
+  StringMap<std::string> known_;               // folded type -> spelling
 };
 
 }  // namespace zt::fs_internal

@@ -171,8 +171,9 @@ std::string TypeRegistry::identifierForExtension(std::string_view lowercaseExten
 
 std::string TypeRegistry::identifierForMimeType(std::string_view mimeType) const {
   if (mimeType.empty()) return {};
-  const std::string canonical = database_.canonicalName(mimeType);
-  const auto known = table().byMimeType.find(canonical);
+  const std::string canonical = database_.canonicalName(mimeType);  // the database's spelling
+  const std::string folded = MimeDatabase::foldedName(canonical);
+  const auto known = table().byMimeType.find(folded);
   if (known != table().byMimeType.end()) return known->second->identifier;
   const std::size_t slash = canonical.find('/');
   if (database_.isKnown(canonical) && slash != std::string::npos && canonical.find('.') > slash) {
@@ -181,7 +182,7 @@ std::string TypeRegistry::identifierForMimeType(std::string_view mimeType) const
     identifier[kFreedesktopPrefix.size() + slash] = '.';
     return identifier;
   }
-  return std::string(kDynamicMimePrefix) + base32(canonical);
+  return std::string(kDynamicMimePrefix) + base32(folded);
 }
 
 std::optional<std::string> TypeRegistry::mimeTypeForIdentifier(std::string_view identifier) const {
@@ -227,15 +228,16 @@ std::vector<std::string> TypeRegistry::parentsOf(const std::string& identifier) 
   const std::optional<std::string> mimeType = mimeTypeForIdentifier(identifier);
   if (!mimeType) return parents;
   for (const std::string& parent : database_.parents(*mimeType)) parents.push_back(identifierForMimeType(parent));
-  const std::string_view media = std::string_view(*mimeType).substr(0, mimeType->find('/'));
+  const std::string folded = MimeDatabase::foldedName(*mimeType);
+  const std::string_view media = std::string_view(folded).substr(0, folded.find('/'));
   if (media == "image") parents.emplace_back("public.image");
   if (media == "video") parents.emplace_back("public.movie");
   if (media == "audio") parents.emplace_back("public.audio");
   if (media == "text") {
     parents.emplace_back("public.text");
-    if (*mimeType != "text/plain") parents.emplace_back("public.plain-text");
+    if (folded != "text/plain") parents.emplace_back("public.plain-text");
   }
-  if (*mimeType == "inode/directory") {
+  if (folded == "inode/directory") {
     parents.emplace_back("public.folder");
   } else if (media != "inode") {
     parents.emplace_back("public.data");

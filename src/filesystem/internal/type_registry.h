@@ -31,7 +31,7 @@ class TypeRegistry {
   // The preferred identifier of a lower-case extension; with mustBeDirectory only identifiers that
   // conform to public.directory count (others give a dynamic identifier).
   std::string identifierForExtension(std::string_view lowercaseExtension, bool mustBeDirectory) const;
-  // The preferred identifier of a MIME type; empty for an empty type.
+  // The preferred identifier of a MIME type, compared ignoring case; empty for an empty type.
   std::string identifierForMimeType(std::string_view mimeType) const;
   std::optional<std::string> mimeTypeForIdentifier(std::string_view identifier) const;
   std::optional<std::string> preferredExtensionForIdentifier(std::string_view identifier) const;

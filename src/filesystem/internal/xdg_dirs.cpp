@@ -117,41 +117,42 @@ std::string documentsDirectory(const std::string& home, const EnvironmentLookup&
   return stringByAppendingPathComponent(home, "Documents");
 }
 
-std::optional<std::string> freedesktopTrash(const std::string& home, const EnvironmentLookup& env) {
-  const std::optional<std::string> variable = env("XDG_DATA_HOME");
-  const bool explicitDataHome = variable && !variable->empty() && variable->front() == '/';
-  const std::string dataHome = xdgDataHome(home, env);
-  if (!explicitDataHome && !isDirectory(dataHome)) return std::nullopt;
-  return stringByAppendingPathComponent(dataHome, "Trash");
+std::string applicationDirectory(const std::string& documents, const std::string& home) {
+  const std::string folder = withoutTrailingSlash(documents);
+  if (folder == withoutTrailingSlash(home)) return home;
+  const std::string parent = stringByDeletingLastPathComponent(folder);
+  return parent.empty() || parent == "/" ? home : parent;
+}
+
+std::optional<std::string> homeTrash(const std::string& home, const EnvironmentLookup& env) {
+  const std::string trash = stringByAppendingPathComponent(xdgDataHome(home, env), "Trash");
+  for (const char* folder : {"files", "info"}) {
+    if (!createDirectories(stringByAppendingPathComponent(trash, folder), 0700)) return std::nullopt;
+  }
+  return trash;
 }
 
 std::string trashDirectory(const std::string& home, const EnvironmentLookup& env) {
-  if (std::optional<std::string> found = freedesktopTrash(home, env)) return *found;
+  if (std::optional<std::string> found = homeTrash(home, env)) return *found;
   ZTLog(
       "Failed to get trash directory using NSSearchPathForDirectoriesInDomains(). Trying to generate path to trash...");
   return stringByAppendingPathComponent(home, ".Trash");
 }
 
-std::string temporaryDirectory(const EnvironmentLookup& env) {
-  const std::optional<std::string> value = env("TMPDIR");
-  if (value && !value->empty() && usablePath(*value)) return withoutTrailingSlash(*value);
-  return "/tmp";
-}
-
 std::string applicationSupportDirectory(const std::string& dataHome, const std::string& executable,
-                                        const std::string& temporaryFolder) {
+                                        const std::function<std::string()>& temporaryFolder) {
   const std::string path = stringByAppendingPathComponent(dataHome, executable);
   bool folder = false;
   if (itemExists(path, folder)) {
     if (folder) return path;
     ZTLogf("*** WARNING %s directory is not a directory, fail", path.c_str());
     ZTLog("*** Returning NSTemporaryDirectory but this is FAIL-FAIL");
-    return temporaryFolder;
+    return temporaryFolder();
   }
   if (!createDirectories(path)) {
     ZTLogf("*** Unable to create %s", path.c_str());
     ZTLog("*** Returning NSTemporaryDirectory but this is FAIL-FAIL");
-    return temporaryFolder;
+    return temporaryFolder();
   }
   return path;
 }

@@ -24,15 +24,18 @@ std::string xdgConfigHome(const std::string& home, const EnvironmentLookup& env)
 std::optional<std::string> userDirectoryFromUserDirsFile(std::string_view contents, std::string_view key,
                                                          const std::string& home);
 std::string documentsDirectory(const std::string& home, const EnvironmentLookup& env);
-// The freedesktop home trash, or nullopt when no data home folder can be found.
-std::optional<std::string> freedesktopTrash(const std::string& home, const EnvironmentLookup& env);
-// The freedesktop trash, or home/.Trash after logging that it could not be found.
+// The application folder: the documents folder's parent, or home when the documents folder is the
+// home folder itself (how xdg-user-dirs disables it) or has no parent below the root.
+std::string applicationDirectory(const std::string& documents, const std::string& home);
+// The freedesktop home trash, $XDG_DATA_HOME/Trash, made with its files/ and info/ folders (mode
+// 0700, missing parents too) when missing; nullopt (errno set) when it cannot be made.
+std::optional<std::string> homeTrash(const std::string& home, const EnvironmentLookup& env);
+// The home trash, or home/.Trash after logging that it could not be made.
 std::string trashDirectory(const std::string& home, const EnvironmentLookup& env);
-std::string temporaryDirectory(const EnvironmentLookup& env);
-// dataHome/executableName, created when missing; temporaryFolder (with the log lines) when it is
-// not a folder or cannot be created.
+// dataHome/executableName, created when missing; temporaryFolder() (with the log lines) when it is
+// not a folder or cannot be created. temporaryFolder is called only then.
 std::string applicationSupportDirectory(const std::string& dataHome, const std::string& executableName,
-                                        const std::string& temporaryFolder);
+                                        const std::function<std::string()>& temporaryFolder);
 // The base name of the running executable.
 std::string executableName();
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "filesystem/support/temp_dir.h"
+#include "filesystem/support/scratch_folder.h"
 
 namespace zt::test {
 
