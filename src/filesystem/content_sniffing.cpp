@@ -9,6 +9,7 @@
 
 #include "filesystem/internal/fs.h"
 #include "filesystem/internal/unicode.h"
+#include "zentrel/filesystem/file_descriptor.h"
 #include "zentrel/filesystem/path_strings.h"
 
 namespace {
@@ -24,24 +25,16 @@ class ReadOnlyFile {
       : fd_(zt::fs_internal::usablePath(path) ? ::open(std::string(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)
                                               : -1) {
     struct stat st {};
-    if (fd_ >= 0 && (::fstat(fd_, &st) != 0 || !S_ISREG(st.st_mode))) {
-      ::close(fd_);
-      fd_ = -1;
-    }
+    if (fd_ && (::fstat(fd_.get(), &st) != 0 || !S_ISREG(st.st_mode))) fd_.reset();
   }
-  ~ReadOnlyFile() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  ReadOnlyFile(const ReadOnlyFile&) = delete;
-  ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
 
-  bool isOpen() const { return fd_ >= 0; }
+  bool isOpen() const { return static_cast<bool>(fd_); }
   // Reads up to `length` bytes (fewer at the end of the file); nullopt on a read error.
   std::optional<std::string> read(std::size_t length) {
     std::string buffer(length, '\0');
     std::size_t filled = 0;
     while (filled < length) {
-      const ssize_t n = ::read(fd_, buffer.data() + filled, length - filled);
+      const ssize_t n = ::read(fd_.get(), buffer.data() + filled, length - filled);
       if (n < 0 && errno == EINTR) continue;
       if (n < 0) return std::nullopt;
       if (n == 0) break;
@@ -52,7 +45,7 @@ class ReadOnlyFile {
   }
 
  private:
-  int fd_;
+  ZTFileDescriptor fd_;
 };
 
 bool isASCII(std::string_view bytes) {

@@ -83,14 +83,41 @@ const char* identifierForTypeCode(std::int64_t type) {
 
 }  // namespace
 
-std::string ZTMimeTypeForFileExtension(std::string_view extension) {
-  if (extension.empty()) return std::string(kOctetStream);
-  const std::string lower = zt::fs_internal::lowercase(extension);
+namespace {
+
+// The answer for a lower-case extension, worked out through the identifiers.
+std::string mimeTypeThroughIdentifiers(const std::string& lower) {
   const TypeRegistry& registry = TypeRegistry::shared();
   if (std::optional<std::string> mimeType =
           registry.mimeTypeForIdentifier(registry.identifierForExtension(lower, false))) {
     return *mimeType;
   }
+  const auto fallback = mimeFallbackTable().find(lower);
+  if (fallback != mimeFallbackTable().end()) return fallback->second;
+  return std::string(kOctetStream);
+}
+
+// The answers for every extension with a non-dynamic identifier, worked out once, so a lookup is
+// one probe. Any other extension has a dynamic identifier without a MIME type: the fallback table
+// answers it.
+const zt::fs_internal::StringMap<std::string>& knownMimeTypes() {
+  static const zt::fs_internal::StringMap<std::string> answers = [] {
+    zt::fs_internal::StringMap<std::string> built;
+    for (const std::string& extension : TypeRegistry::shared().knownExtensions()) {
+      built.emplace(extension, mimeTypeThroughIdentifiers(extension));
+    }
+    return built;
+  }();
+  return answers;
+}
+
+}  // namespace
+
+std::string ZTMimeTypeForFileExtension(std::string_view extension) {
+  if (extension.empty()) return std::string(kOctetStream);
+  const std::string lower = zt::fs_internal::lowercase(extension);
+  const auto known = knownMimeTypes().find(lower);
+  if (known != knownMimeTypes().end()) return known->second;
   const auto fallback = mimeFallbackTable().find(lower);
   if (fallback != mimeFallbackTable().end()) return fallback->second;
   return std::string(kOctetStream);

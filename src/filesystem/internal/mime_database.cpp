@@ -1,6 +1,7 @@
 #include "filesystem/internal/mime_database.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -84,11 +85,11 @@ MimeDatabase MimeDatabase::load(const std::vector<std::string>& mimeFolders) {
   MimeDatabase db;
   std::vector<GlobEntry> caseSensitive;
   std::vector<GlobEntry> caseInsensitive;
-  StringSet noGlobs;  // types whose globs a folder of higher precedence has cleared (folded names)
+  FoldedSet noGlobs;  // types whose globs a folder of higher precedence has cleared
   std::size_t order = 0;
-  const auto know = [&db](const std::string& type) { db.known_.emplace(foldedName(type), type); };
+  const auto know = [&db](const std::string& type) { db.known_.insert(type); };
   for (const std::string& folder : mimeFolders) {
-    StringSet clearedHere;
+    FoldedSet clearedHere;
     forEachLine(folder + "/globs2", [&](const std::string& line) {
       const std::vector<std::string> fields = split(line, ':');
       if (fields.size() < 3) return;
@@ -97,10 +98,10 @@ MimeDatabase MimeDatabase::load(const std::vector<std::string>& mimeFolders) {
       if (type.empty()) return;
       know(type);
       if (pattern == "__NOGLOBS__") {
-        clearedHere.insert(foldedName(type));
+        clearedHere.insert(type);
         return;
       }
-      if (noGlobs.count(foldedName(type))) return;
+      if (noGlobs.count(type)) return;
       bool flaggedCaseSensitive = false;
       if (fields.size() > 3) {
         for (const std::string& flag : split(fields[3], ',')) flaggedCaseSensitive = flaggedCaseSensitive || flag == "cs";
@@ -119,15 +120,14 @@ MimeDatabase MimeDatabase::load(const std::vector<std::string>& mimeFolders) {
     forEachLine(folder + "/aliases", [&](const std::string& line) {
       const std::vector<std::string> fields = split(line, ' ');
       if (fields.size() == 2 && !fields[0].empty() && !fields[1].empty()) {
-        db.aliases_.emplace(foldedName(fields[0]), fields[1]);
+        db.aliases_.emplace(fields[0], fields[1]);
       }
     });
     forEachLine(folder + "/subclasses", [&](const std::string& line) {
       const std::vector<std::string> fields = split(line, ' ');
       if (fields.size() != 2 || fields[0].empty() || fields[1].empty()) return;
-      auto& list = db.parents_[foldedName(fields[0])];
-      const std::string parent = foldedName(fields[1]);
-      if (std::none_of(list.begin(), list.end(), [&](const std::string& p) { return foldedName(p) == parent; })) {
+      auto& list = db.parents_[fields[0]];
+      if (std::none_of(list.begin(), list.end(), [&](const std::string& p) { return FoldedEqual{}(p, fields[1]); })) {
         list.push_back(fields[1]);
       }
       know(fields[0]);
@@ -149,8 +149,28 @@ MimeDatabase MimeDatabase::load(const std::vector<std::string>& mimeFolders) {
   std::vector<GlobEntry> all = std::move(caseSensitive);
   all.insert(all.end(), caseInsensitive.begin(), caseInsensitive.end());
   std::sort(all.begin(), all.end(), before);
-  for (const GlobEntry& glob : all) db.preferredExtension_.emplace(foldedName(glob.mimeType), glob.extension);
+  for (const GlobEntry& glob : all) db.preferredExtension_.emplace(glob.mimeType, glob.extension);
   return db;
+}
+
+namespace {
+constexpr unsigned char folded(char c) {
+  return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+}
+}  // namespace
+
+std::size_t FoldedHash::operator()(std::string_view text) const noexcept {
+  std::uint64_t hash = 14695981039346656037ull;  // FNV-1a
+  for (char c : text) hash = (hash ^ folded(c)) * 1099511628211ull;
+  return static_cast<std::size_t>(hash);
+}
+
+bool FoldedEqual::operator()(std::string_view a, std::string_view b) const noexcept {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (folded(a[i]) != folded(b[i])) return false;
+  }
+  return true;
 }
 
 std::string MimeDatabase::foldedName(std::string_view mimeType) {
@@ -172,22 +192,21 @@ const std::string* MimeDatabase::mimeTypeForExtension(std::string_view extension
 }
 
 const std::string* MimeDatabase::preferredExtension(std::string_view mimeType) const {
-  const auto it = preferredExtension_.find(foldedName(mimeType));
+  const auto it = preferredExtension_.find(mimeType);
   return it == preferredExtension_.end() ? nullptr : &it->second;
 }
 
 std::string MimeDatabase::canonicalName(std::string_view mimeType) const {
-  std::string folded = foldedName(mimeType);
-  if (const auto alias = aliases_.find(folded); alias != aliases_.end()) return alias->second;
-  if (const auto known = known_.find(folded); known != known_.end()) return known->second;
-  return folded;
+  if (const auto alias = aliases_.find(mimeType); alias != aliases_.end()) return alias->second;
+  if (const auto known = known_.find(mimeType); known != known_.end()) return *known;
+  return foldedName(mimeType);
 }
 
-bool MimeDatabase::isKnown(std::string_view mimeType) const { return known_.count(foldedName(mimeType)) != 0; }
+bool MimeDatabase::isKnown(std::string_view mimeType) const { return known_.find(mimeType) != known_.end(); }
 
 const std::vector<std::string>& MimeDatabase::parents(std::string_view mimeType) const {
   static const std::vector<std::string> kNone;
-  const auto it = parents_.find(foldedName(mimeType));
+  const auto it = parents_.find(mimeType);
   return it == parents_.end() ? kNone : it->second;
 }
 

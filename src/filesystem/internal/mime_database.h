@@ -30,6 +30,19 @@ template <class Value>
 using StringMap = std::unordered_map<std::string, Value, TransparentHash, std::equal_to<>>;
 using StringSet = std::unordered_set<std::string, TransparentHash, std::equal_to<>>;
 
+// Hashing and equality ignoring ASCII case, for MIME type names: lookups need no folded copy.
+struct FoldedHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const noexcept;
+};
+struct FoldedEqual {
+  using is_transparent = void;
+  bool operator()(std::string_view a, std::string_view b) const noexcept;
+};
+template <class Value>
+using FoldedMap = std::unordered_map<std::string, Value, FoldedHash, FoldedEqual>;
+using FoldedSet = std::unordered_set<std::string, FoldedHash, FoldedEqual>;
+
 class MimeDatabase {
  public:
   static const MimeDatabase& shared();
@@ -52,16 +65,24 @@ class MimeDatabase {
   // them (not the implicit text/plain and octet-stream ones).
   const std::vector<std::string>& parents(std::string_view mimeType) const;
 
-  // ASCII lower case, the form the tables are keyed by.
+  // Calls f(extension) for every extension a glob names, as the tables hold it (case-sensitive
+  // ones as written, the others in lower case).
+  template <class F>
+  void forEachExtension(F f) const {
+    for (const auto& entry : caseSensitiveGlobs_) f(entry.first);
+    for (const auto& entry : globs_) f(entry.first);
+  }
+
+  // ASCII lower case.
   static std::string foldedName(std::string_view mimeType);
 
  private:
-  StringMap<std::string> caseSensitiveGlobs_;  // extension as written -> type
-  StringMap<std::string> globs_;               // lower-case extension -> type
-  StringMap<std::string> preferredExtension_;  // folded type -> extension
-  StringMap<std::string> aliases_;             // folded alias -> canonical spelling
-  StringMap<std::vector<std::string>> parents_;  // folded type -> parents
-  StringMap<std::string> known_;               // folded type -> spelling
+  StringMap<std::string> caseSensitiveGlobs_;    // extension as written -> type
+  StringMap<std::string> globs_;                 // lower-case extension -> type
+  FoldedMap<std::string> preferredExtension_;    // type -> extension
+  FoldedMap<std::string> aliases_;               // alias -> canonical spelling
+  FoldedMap<std::vector<std::string>> parents_;  // type -> parents
+  FoldedSet known_;                              // types, as the database spells them
 };
 
 }  // namespace zt::fs_internal

@@ -53,11 +53,15 @@ Opened openChecked(const std::string& path) {
     result.error = EINVAL;
     return result;
   }
-  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
-    result.error = errno;
-    return result;
+  constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  result.descriptor.reset(::open(path.c_str(), kFlags));
+  if (!result.descriptor && errno == ENOENT) {  // made on first use
+    if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) {
+      result.error = errno;
+      return result;
+    }
+    result.descriptor.reset(::open(path.c_str(), kFlags));
   }
-  result.descriptor.reset(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!result.descriptor) {
     result.error = errno;
     struct stat st {};

@@ -1,5 +1,6 @@
 #include "filesystem/internal/type_registry.h"
 
+#include <algorithm>
 #include <deque>
 #include <initializer_list>
 
@@ -109,7 +110,7 @@ std::optional<std::string> fromBase32(std::string_view text) {
 
 struct Table {
   StringMap<const WellKnownType*> byIdentifier;
-  StringMap<const WellKnownType*> byMimeType;
+  FoldedMap<const WellKnownType*> byMimeType;
   StringMap<std::vector<const WellKnownType*>> byExtension;
 };
 
@@ -153,6 +154,17 @@ TypeRegistry::TypeRegistry(const MimeDatabase& database) : database_(database) {
   }
 }
 
+std::vector<std::string> TypeRegistry::knownExtensions() const {
+  std::vector<std::string> extensions;
+  for (const auto& entry : table().byExtension) extensions.push_back(entry.first);
+  database_.forEachExtension([&extensions](const std::string& extension) {
+    if (std::none_of(extension.begin(), extension.end(), [](char c) { return c >= 'A' && c <= 'Z'; })) {
+      extensions.push_back(extension);
+    }
+  });
+  return extensions;
+}
+
 bool TypeRegistry::isDynamic(std::string_view identifier) { return identifier.substr(0, 4) == "dyn."; }
 
 std::string TypeRegistry::identifierForExtension(std::string_view lowercaseExtension, bool mustBeDirectory) const {
@@ -172,8 +184,7 @@ std::string TypeRegistry::identifierForExtension(std::string_view lowercaseExten
 std::string TypeRegistry::identifierForMimeType(std::string_view mimeType) const {
   if (mimeType.empty()) return {};
   const std::string canonical = database_.canonicalName(mimeType);  // the database's spelling
-  const std::string folded = MimeDatabase::foldedName(canonical);
-  const auto known = table().byMimeType.find(folded);
+  const auto known = table().byMimeType.find(canonical);
   if (known != table().byMimeType.end()) return known->second->identifier;
   const std::size_t slash = canonical.find('/');
   if (database_.isKnown(canonical) && slash != std::string::npos && canonical.find('.') > slash) {
@@ -182,7 +193,7 @@ std::string TypeRegistry::identifierForMimeType(std::string_view mimeType) const
     identifier[kFreedesktopPrefix.size() + slash] = '.';
     return identifier;
   }
-  return std::string(kDynamicMimePrefix) + base32(folded);
+  return std::string(kDynamicMimePrefix) + base32(MimeDatabase::foldedName(canonical));
 }
 
 std::optional<std::string> TypeRegistry::mimeTypeForIdentifier(std::string_view identifier) const {
@@ -228,18 +239,18 @@ std::vector<std::string> TypeRegistry::parentsOf(const std::string& identifier) 
   const std::optional<std::string> mimeType = mimeTypeForIdentifier(identifier);
   if (!mimeType) return parents;
   for (const std::string& parent : database_.parents(*mimeType)) parents.push_back(identifierForMimeType(parent));
-  const std::string folded = MimeDatabase::foldedName(*mimeType);
-  const std::string_view media = std::string_view(folded).substr(0, folded.find('/'));
-  if (media == "image") parents.emplace_back("public.image");
-  if (media == "video") parents.emplace_back("public.movie");
-  if (media == "audio") parents.emplace_back("public.audio");
-  if (media == "text") {
+  const FoldedEqual same;
+  const std::string_view media = std::string_view(*mimeType).substr(0, mimeType->find('/'));
+  if (same(media, "image")) parents.emplace_back("public.image");
+  if (same(media, "video")) parents.emplace_back("public.movie");
+  if (same(media, "audio")) parents.emplace_back("public.audio");
+  if (same(media, "text")) {
     parents.emplace_back("public.text");
-    if (folded != "text/plain") parents.emplace_back("public.plain-text");
+    if (!same(*mimeType, "text/plain")) parents.emplace_back("public.plain-text");
   }
-  if (folded == "inode/directory") {
+  if (same(*mimeType, "inode/directory")) {
     parents.emplace_back("public.folder");
-  } else if (media != "inode") {
+  } else if (!same(media, "inode")) {
     parents.emplace_back("public.data");
   }
   return parents;

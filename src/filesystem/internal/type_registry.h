@@ -36,6 +36,9 @@ class TypeRegistry {
   std::optional<std::string> mimeTypeForIdentifier(std::string_view identifier) const;
   std::optional<std::string> preferredExtensionForIdentifier(std::string_view identifier) const;
   bool conformsTo(std::string_view identifier, std::string_view target) const;
+  // Every extension the table or the database knows (lower-case ones only for the case-sensitive
+  // globs, as lookups are by lower-case extension): all others get a dynamic identifier.
+  std::vector<std::string> knownExtensions() const;
   static bool isDynamic(std::string_view identifier);
 
  private:
