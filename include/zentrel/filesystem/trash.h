@@ -1,5 +1,5 @@
 #pragma once
-// Moving items to the desktop's trash, following the freedesktop.org Trash specification, so that
+// Moving items to the desktop's trash, following the freedesktop.org trash rules, so that
 // the file manager lists them and can put them back.
 //
 // An item on the same file system as the home trash (ZTTrashDirectory(): $XDG_DATA_HOME/Trash)
