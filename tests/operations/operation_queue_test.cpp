@@ -307,9 +307,12 @@ TEST(OperationQueue, AQueueWithItsOwnThreadEndsItWhenItGoesAndItsOperationsStill
     queue->setMaxConcurrentOperationCount(1);
     queue->addOperation(done);
     ASSERT_TRUE(done->waitUntilFinished(10s));
+    // A waiter may wake before the queue has counted the finished operation out; until it has, new
+    // operations wait in the ready list, where equal priorities are not kept in arrival order.
+    ASSERT_TRUE(zttest::eventually([&] { return queue->operationsCount() == 0; }));
     queue->addOperation(running);
-    queue->addOperation(waiting);
     ASSERT_TRUE(zttest::eventually([&] { return running->mainCalls.load() == 1; }));
+    queue->addOperation(waiting);
   }
   // The queue is gone: the operation it never started still finishes, as cancelled, and the thread ends.
   EXPECT_TRUE(waiting->waitUntilFinished(10s));
