@@ -131,21 +131,29 @@ void ZTCompoundConcurrentOperation::finish() {
   });
 }
 
-void ZTCompoundConcurrentOperation::completeOperation() {
-  std::vector<std::shared_ptr<ZTOperation>> neverQueued;
-  {
-    ZTLockGuard lock(mutex_);
-    if (!operationQueue_) neverQueued = operations_;
-  }
-  // Cancelled before it ran: no queue will ever start the members, so they are started here, as
-  // cancelled, and finish at once; whoever waits on one of them is released. A member that another
-  // queue holds is left to that queue.
-  for (const auto& member : neverQueued) {
+namespace {
+// Members that no queue will ever start are started here, as cancelled, and finish at once, so
+// whoever waits on one of them is released. A member that another queue holds is left to it.
+void finishAsCancelled(const std::vector<std::shared_ptr<ZTOperation>>& members) {
+  for (const auto& member : members) {
     member->cancel();
     if (!member->holder() && !member->isExecuting() && !member->isFinished())
       zt::detail::callLoggingExceptions("An operation's start() in a cancelled compound operation",
                                         [&] { member->start(); });
   }
+}
+}  // namespace
+
+void ZTCompoundConcurrentOperation::completeOperation() {
+  std::vector<std::shared_ptr<ZTOperation>> neverQueued;
+  {
+    ZTLockGuard lock(mutex_);
+    if (!operationQueue_) {
+      neverQueued = operations_;
+      membersSettled_ = true;
+    }
+  }
+  finishAsCancelled(neverQueued);
   // The spawned queue thread is ended before the operation reports finished, so that anyone the
   // finish wakes finds it ended (cancelling only asks it to stop after the current turn).
   cancelOperationQueueSpawnedThreadIfNeeded();
@@ -182,8 +190,16 @@ void ZTMutableCompoundConcurrentOperation::addOperations(const std::vector<std::
 
 void ZTCompoundConcurrentOperation::addOperationsBeforeStart(
     const std::vector<std::shared_ptr<ZTOperation>>& operations) {
-  ZTLockGuard lock(mutex_);
-  if (operationQueue_) return;
-  for (const auto& operation : operations)
-    if (operation) operations_.push_back(operation);
+  std::vector<std::shared_ptr<ZTOperation>> late;
+  {
+    ZTLockGuard lock(mutex_);
+    if (operationQueue_) return;
+    for (const auto& operation : operations) {
+      if (!operation) continue;
+      operations_.push_back(operation);
+      if (membersSettled_) late.push_back(operation);
+    }
+  }
+  // Completed without running (cancelled first): a member added now would otherwise wait forever.
+  finishAsCancelled(late);
 }

@@ -226,6 +226,24 @@ TEST(MutableCompoundOperation, AcceptsMembersOnlyBeforeItRuns) {
   EXPECT_EQ(recorder.count("completion"), 1u);
 }
 
+TEST(MutableCompoundOperation, AMemberAddedAfterItCompletedCancelledStillFinishes) {
+  WorkerThread worker;
+  Recorder recorder;
+  auto compound = ZTMutableCompoundConcurrentOperation::create({}, 0, worker, nullptr, nullptr,
+                                                               [](ZTCompoundConcurrentOperation&) {});
+  compound->cancel();
+  compound->start();
+  ASSERT_TRUE(compound->waitUntilFinished(10s));
+  auto late = ZTConcurrentOperation::make<ManualOperation>(
+      worker, nullptr, [&](ZTConcurrentOperation&) { recorder.add("late cancelled"); });
+  compound->addOperation(late);
+  EXPECT_TRUE(late->waitUntilFinished(10s));
+  EXPECT_TRUE(late->isCancelled());
+  EXPECT_EQ(late->mainCalls.load(), 0);
+  EXPECT_EQ(recorder.count("late cancelled"), 1u);
+  EXPECT_EQ(compound->operations().size(), 1u);
+}
+
 TEST(BlockOperation, OutcomeFollowsTheBlocksResultAndError) {
   Recorder recorder;
   auto make = [&](std::function<bool(ZTBlockOperation&, std::optional<ZTError>&)> block) {

@@ -19,7 +19,9 @@
 // up to 60 seconds for members still running) — release it only once it has finished.
 //
 // ZTMutableCompoundConcurrentOperation may be created empty and accepts more members until it
-// starts executing; additions after that are ignored (and never run).
+// starts executing; additions after that are ignored (and never run). Once a compound operation
+// cancelled before it ran has completed, members added to it are kept and finished as cancelled
+// at once, as its other members were.
 
 #include <cstdint>
 #include <functional>
@@ -76,6 +78,8 @@ class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
   mutable ZTMutex mutex_;
   std::vector<std::shared_ptr<ZTOperation>> operations_ ZT_GUARDED_BY(mutex_);
   std::shared_ptr<ZTOperationQueue> operationQueue_ ZT_GUARDED_BY(mutex_);  // set once started
+  // Completed without a queue: members were finished as cancelled, and so are later additions.
+  bool membersSettled_ ZT_GUARDED_BY(mutex_) = false;
   const std::uint64_t options_;
   CompletionHandler completionHandler_;
   std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_ ZT_GUARDED_BY(mutex_);
