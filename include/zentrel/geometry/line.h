@@ -21,13 +21,7 @@ struct ZTLine {
 
 namespace zt::geometry_detail {
 inline std::string textForm(const ZTLine& line) {
-  std::string out;
-  out.push_back('{');
-  zt::geometry_detail::appendList(out, '{', {line.start.x, line.start.y}, '}');
-  out += ", ";
-  zt::geometry_detail::appendList(out, '{', {line.end.x, line.end.y}, '}');
-  out.push_back('}');
-  return out;
+  return pairOfPairs(line.start.x, line.start.y, line.end.x, line.end.y);
 }
 }  // namespace zt::geometry_detail
 

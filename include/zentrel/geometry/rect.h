@@ -33,13 +33,7 @@ struct ZTRect {
 
 namespace zt::geometry_detail {
 inline std::string textForm(const ZTRect& rect) {
-  std::string out;
-  out.push_back('{');
-  zt::geometry_detail::appendList(out, '{', {rect.origin.x, rect.origin.y}, '}');
-  out += ", ";
-  zt::geometry_detail::appendList(out, '{', {rect.size.width, rect.size.height}, '}');
-  out.push_back('}');
-  return out;
+  return pairOfPairs(rect.origin.x, rect.origin.y, rect.size.width, rect.size.height);
 }
 }  // namespace zt::geometry_detail
 

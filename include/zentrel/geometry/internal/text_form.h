@@ -44,6 +44,17 @@ inline void appendList(std::string& out, char open, std::initializer_list<double
   out.push_back(close);
 }
 
+// "{{a, b}, {c, d}}": two pairs, as a rectangle (origin, size) or a line (start, end) is written.
+inline std::string pairOfPairs(double a, double b, double c, double d) {
+  std::string out;
+  out.push_back('{');
+  appendList(out, '{', {a, b}, '}');
+  out += ", ";
+  appendList(out, '{', {c, d}, '}');
+  out.push_back('}');
+  return out;
+}
+
 #if defined(__cpp_lib_format)
 // A formatter for T that writes Form(value) with the standard text options (fill, alignment, width):
 // std::format("{:>20}", point).
