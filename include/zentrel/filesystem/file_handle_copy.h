@@ -9,6 +9,7 @@
 // chunks of 32,768 bytes with at most one chunk in memory; it stops after the first read that
 // returns fewer than 32,768 bytes. Neither handle is closed or synchronised. On a read or write
 // failure the copy stops there and, when `error` is given, it receives the failure; what was
-// written before stays written. Any thread; the handles serialise their own calls.
+// written before stays written. A source that never ends stops with ZTFileReadTooLargeError after
+// 2^50 bytes. Any thread; the handles serialise their own calls.
 ZT_API void ZTCopyDataFromFileHandleToFileHandle(ZTFileHandle& source, ZTFileHandle& destination,
                                                  ZTError* error = nullptr);

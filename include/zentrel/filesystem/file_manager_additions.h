@@ -45,8 +45,8 @@ ZT_API bool loadAttributesOfItemAtPath(ZTFileManager& fileManager, std::string_v
 // existing item of another kind fails after logging
 // "failed to create directory at <path>, as regular file exists at the path." and leaves `error`
 // untouched. Otherwise creates the folder and its missing parents; a failure logs
-// "failed to create directory. error = <error>". `error`, when given, receives the creation's
-// error, or is reset to an empty ZTError (code 0, no domain) on success.
+// "failed to create directory. error = <error description>". After a creation `error`, when
+// given, receives its error, or is reset to an empty ZTError (code 0, no domain) when it succeeded.
 ZT_API bool ensureDirectoryExistsAtPath(ZTFileManager& fileManager, std::string_view path, ZTError* error = nullptr);
 
 // Removes each item in order with fileManager.removeItemAtPath. Any failure makes the result false,

@@ -79,6 +79,7 @@ class ZT_API ZTFileHandle {
   bool close(ZTError* error = nullptr);
 
  private:
+  friend struct ZTFileHandleAccess;
   ZTFileHandle(int fileDescriptor, bool closeOnDealloc, std::string path);
 
   mutable ZTMutex mutex_;
