@@ -241,7 +241,7 @@ class ZT_API ZTDirectoryEnumerator {
   // Do not descend into the folder nextObject() last returned.
   void skipDescendants();
 
-  // Whether the walk ended early (handler said stop, or the depth bound was hit).
+  // Whether the error handler ended the walk (it answered false or threw).
   bool wasStopped() const;
 
  private:
