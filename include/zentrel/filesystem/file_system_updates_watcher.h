@@ -25,7 +25,8 @@
 // through its parent folder (events of the parent filtered to the item's name): an atomic save
 // (a temporary file renamed over the item), delete-and-recreate, and an item that does not exist
 // yet keep being watched and are reported. A queue overflow of the kernel counts as a change of
-// every watched item. A folder's children are watched through the folder itself, so a change
+// every watched item. Events of the parent folder about other names are read and dropped: an
+// item in a very busy folder (/tmp) costs a little CPU for each change there. A folder's children are watched through the folder itself, so a change
 // inside a grandchild folder shows only as the child folder's new modification date.
 //
 // Paths are taken as bytes, exactly as given (any encoding; relative paths against the working
