@@ -38,7 +38,10 @@ enum class Role { Item, Parent };
 
 std::atomic<bool> watchLimitReported{false};
 
+// The error as the attribute lines show it (the error's full description), and the short text of
+// the watcher's own lines.
 std::string errorText(int errnoValue, const std::string& path) { return ZTError::posix(errnoValue, path).description(); }
+std::string shortErrorText(int errnoValue) { return ZTError::posix(errnoValue).localizedDescription(); }
 
 void reportWatchLimit(const std::string& path) {
   if (watchLimitReported.exchange(true)) return;
@@ -180,7 +183,7 @@ std::shared_ptr<ZTFileSystemUpdatesWatcher> ZTFileSystemUpdatesWatcher::create(
     const int error = errno;
     ZTLogf("ERROR: Files watcher. Unable to create an inotify instance%s. Error: %s.",
            error == EMFILE ? " (the limit fs.inotify.max_user_instances is reached)" : "",
-           errorText(error, {}).c_str());
+           shortErrorText(error).c_str());
   } else {
     const int raw = fd.get();
     watcher->inotify_ = std::make_unique<Inotify>(std::move(fd));
@@ -308,7 +311,7 @@ void ZTFileSystemUpdatesWatcher::endIgnoringFileSystemUpdatesForFileAtIndex(std:
   const std::string& path = filesToWatch_[index];
   if (!inotify_) return;  // reported when the instance could not be made
   if (!zt::fs_internal::usablePath(path)) {
-    ZTLogf("ERROR: Files watcher. Unable to watch (%s). Error: %s.", path.c_str(), errorText(EINVAL, path).c_str());
+    ZTLogf("ERROR: Files watcher. Unable to watch (%s). Error: %s.", path.c_str(), shortErrorText(EINVAL).c_str());
     return;
   }
   const int itemError = syncWatch(*inotify_, path, index, Role::Item, slot.itemWd, slot.itemDevice, slot.itemInode);
@@ -325,7 +328,7 @@ void ZTFileSystemUpdatesWatcher::endIgnoringFileSystemUpdatesForFileAtIndex(std:
   if (slot.itemWd < 0 && slot.parentWd < 0) {
     const int error = itemError == ENOENT && slot.parts ? parentError : itemError;
     ZTLogf("ERROR: Files watcher. Unable to watch (%s). Error: %s.", path.c_str(),
-           errorText(error ? error : ENOENT, path).c_str());
+           shortErrorText(error ? error : ENOENT).c_str());
     return;
   }
   slot.watching = true;
