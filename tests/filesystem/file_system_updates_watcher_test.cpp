@@ -7,12 +7,15 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <grp.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -446,22 +449,63 @@ TEST(FileSystemUpdatesWatcher, PathsThatCannotBeWatchedCountAsIgnored) {
     ASSERT_TRUE(runUntil([&] { return recorder->count(true, notUtf8) == 1; }));
   }
 
-  // A folder that may not be read: watched through its parent, with an empty state.
-  if (::geteuid() != 0) {
-    const std::string locked = scratch / "locked";
-    zt::test::makeDirectory(locked);
-    writeFile(locked + "/secret", "s");
-    ASSERT_EQ(::chmod(locked.c_str(), 0), 0);
-    zt::test::LogCapture log;
-    auto watcher = watch({locked}, recorder);
-    ASSERT_NE(watcher, nullptr);
-    EXPECT_FALSE(watcher->isIgnoringFileSystemUpdatesForFileAtPath(locked));
-    ASSERT_FALSE(log.lines().empty());
-    EXPECT_EQ(log.lines()[0].rfind("ERROR: Files watcher. Unable to get directory (" + locked + ") attributes.", 0), 0u);
-    ASSERT_EQ(::chmod(locked.c_str(), 0700), 0);
-    ASSERT_TRUE(runUntil([&] { return recorder->count(true, locked) == 1; }));
-    EXPECT_TRUE(recorder->last(true, locked)->state.contains(locked + "/secret"));
+}
+
+// Root reads every folder: as root, this test runs its body in a child process of the test binary
+// that has given up root for "nobody".
+TEST(FileSystemUpdatesWatcher, AFolderThatMayNotBeReadIsWatchedThroughItsParent) {
+  const char* const kChildMark = "ZT_WATCH_TEST_UNPRIVILEGED_CHILD";
+  if (::geteuid() == 0 && std::getenv(kChildMark) == nullptr) {
+    // Everything the child needs is made before fork: between fork and exec it may only make
+    // async-signal-safe calls.
+    std::vector<std::string> environment;
+    for (char** variable = environ; *variable; ++variable) {
+      if (std::strncmp(*variable, "TMPDIR=", 7) != 0) environment.emplace_back(*variable);
+    }
+    environment.push_back(std::string(kChildMark) + "=1");
+    environment.push_back("TMPDIR=/tmp");
+    std::vector<char*> envp;
+    for (auto& variable : environment) envp.push_back(variable.data());
+    envp.push_back(nullptr);
+    std::string program = "/proc/self/exe";
+    std::string filter = "--gtest_filter=FileSystemUpdatesWatcher.AFolderThatMayNotBeReadIsWatchedThroughItsParent";
+    char* argv[] = {program.data(), filter.data(), nullptr};
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(126);
+      ::execve(program.c_str(), argv, envp.data());
+      ::_exit(127);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 126 || WEXITSTATUS(status) == 127) GTEST_SKIP() << "cannot run as nobody here";
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "the unprivileged run failed; its output is above";
+    return;
   }
+
+  ScratchFolder scratch;
+  auto recorder = std::make_shared<Recorder>();
+  const std::string locked = scratch / "locked";
+  zt::test::makeDirectory(locked);
+  writeFile(locked + "/secret", "s");
+  ASSERT_EQ(::chmod(locked.c_str(), 0), 0);
+  zt::test::LogCapture log;
+  auto watcher = watch({locked}, recorder);
+  ASSERT_NE(watcher, nullptr);
+  EXPECT_FALSE(watcher->isIgnoringFileSystemUpdatesForFileAtPath(locked));
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_EQ(log.lines()[0].rfind("ERROR: Files watcher. Unable to get directory (" + locked + ") attributes.", 0), 0u)
+      << log.lines()[0];
+  ASSERT_EQ(::chmod(locked.c_str(), 0700), 0);
+  ASSERT_TRUE(runUntil([&] { return recorder->count(true) == 1; }));
+  EXPECT_EQ(recorder->last(false)->state, ZTValue::dictionary());
+  EXPECT_TRUE(recorder->last(true)->state.contains(locked + "/secret"));
+  // Once readable, the folder is watched itself: a new child is noticed.
+  writeFile(locked + "/another", "a");
+  ASSERT_TRUE(runUntil([&] { return recorder->count(true) == 2; }));
+  EXPECT_TRUE(recorder->last(true)->state.contains(locked + "/another"));
 }
 
 TEST(FileSystemUpdatesWatcher, TheWatchLimitIsNamedOnceAndTheItemIgnored) {
