@@ -471,11 +471,17 @@ void ZTFileSystemUpdatesWatcher::directoryStateCompareTimerFired(ZTTimer& timer)
   slot.timer.reset();
   if (!slot.watching) return;
 
-  // An atomic save or re-creation during the burst left a watch on an inode no longer at the path.
+  // An atomic save or re-creation during the burst may have left a watch on an inode no longer at
+  // the path, or none at all.
   if (inotify_) {
     const int itemError = syncWatch(*inotify_, filesToWatch_[index], index, Role::Item, slot.itemWd, slot.itemDevice,
                                     slot.itemInode);
-    if (itemError == ENOSPC) {
+    int parentError = 0;
+    if (slot.parts) {
+      parentError = syncWatch(*inotify_, slot.parts->parent, index, Role::Parent, slot.parentWd, slot.parentDevice,
+                              slot.parentInode);
+    }
+    if (itemError == ENOSPC || parentError == ENOSPC) {
       reportWatchLimit(filesToWatch_[index]);
       beginIgnoringFileSystemUpdatesForFileAtIndex(index);
       return;

@@ -39,7 +39,9 @@
 // When the system's limit of inotify watches is reached the item counts as ignored too, and one
 // line per process names the setting to raise (fs.inotify.max_user_watches). A folder that may
 // not be read is watched through its parent only: its replacement and its own attribute changes
-// are reported, changes inside it are not, and its state is empty.
+// are reported, changes inside it are not, and its state is empty. When the parent folder itself
+// goes away, the item's removal is reported; should both come back later, that is noticed once
+// watching the item is restarted (begin, then end ignoring).
 //
 // Threads: the watcher is created, driven and destroyed on the main thread, and its delegate is
 // called there, from ZTRunLoop::main(), which the application runs. Nothing is locked.
