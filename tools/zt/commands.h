@@ -1,6 +1,8 @@
 #pragma once
 // Each zt subcommand lives in its own file and registers itself on the application here.
 #include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
 
 namespace ztool {
 // `zt threads`: a live tour of worker threads, cross-thread calls and the locks.
@@ -27,6 +29,10 @@ int runCollectionsTour();
 // `zt files`: paths, unique names, name validation, standard folders and file types.
 void addFilesCommand(CLI::App& app);
 int runFilesTourWithDefaults();
+
+// `zt watch PATH...`: bursts of changes to files and folders, reported as they start and settle.
+void addWatchCommand(CLI::App& app);
+int runWatch(const std::vector<std::string>& paths, double settleSeconds);
 
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
