@@ -118,3 +118,68 @@ std::uint64_t otherMemoryAmountAt(const std::string& root) {
 }
 
 }  // namespace zt::system_internal
+
+// ---------------------------------------------------------------------------------------------
+#include <cstdlib>
+
+#include "system/internal/queries.h"
+
+namespace zt::system_internal {
+
+Environment processEnvironment() {
+  return [](const char* name) -> std::optional<std::string> {
+    const char* value = std::getenv(name);
+    if (!value) return std::nullopt;
+    return std::string(value);
+  };
+}
+
+namespace {
+
+// The value after "KEY=" on one line; nullopt when malformed.
+std::optional<std::string> unquote(std::string_view value) {
+  value = trimmed(value);
+  if (value.empty()) return std::string();
+  if (value.front() == '\'') {
+    auto close = value.find('\'', 1);
+    if (close == std::string_view::npos) return std::nullopt;
+    return std::string(value.substr(1, close - 1));
+  }
+  if (value.front() == '"') {
+    std::string out;
+    for (std::size_t i = 1; i < value.size(); ++i) {
+      char c = value[i];
+      if (c == '"') return out;
+      if (c == '\\' && i + 1 < value.size()) {
+        char next = value[i + 1];
+        if (next == '"' || next == '\\' || next == '$' || next == '`') {
+          out += next;
+          ++i;
+          continue;
+        }
+      }
+      out += c;
+    }
+    return std::nullopt;
+  }
+  return std::string(value);
+}
+
+}  // namespace
+
+std::optional<std::string> assignmentValue(std::string_view text, std::string_view key) {
+  std::optional<std::string> found;
+  std::size_t start = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string_view::npos) end = text.size();
+    std::string_view line = trimmed(text.substr(start, end - start));
+    start = end + 1;
+    if (line.size() <= key.size() || line.substr(0, key.size()) != key || line[key.size()] != '=') continue;
+    auto value = unquote(line.substr(key.size() + 1));
+    if (value) found = std::move(value);
+  }
+  return found;
+}
+
+}  // namespace zt::system_internal
