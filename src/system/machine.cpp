@@ -58,11 +58,12 @@ std::optional<std::string> usableFirmwareText(const std::string& path) {
 std::optional<std::string> machineModelAt(const std::string& root) {
   if (auto product = usableFirmwareText(root + "/sys/class/dmi/id/product_name")) {
     auto vendor = usableFirmwareText(root + "/sys/class/dmi/id/sys_vendor");
-    if (vendor && !(product->size() >= vendor->size() &&
-                    equalsIgnoringCase(std::string_view(*product).substr(0, vendor->size()), *vendor))) {
-      return *vendor + " " + *product;
-    }
-    return product;
+    if (!vendor) return product;
+    // "Dell Inc." makes "Dell XPS 13": the product already names its maker.
+    std::string_view maker = std::string_view(*vendor).substr(0, vendor->find(' '));
+    std::string_view productFirst = std::string_view(*product).substr(0, product->find(' '));
+    if (equalsIgnoringCase(maker, productFirst)) return product;
+    return *vendor + " " + *product;
   }
   for (const char* path : {"/sys/firmware/devicetree/base/model", "/proc/device-tree/model"}) {
     if (auto model = usableFirmwareText(root + path)) return model;

@@ -13,9 +13,9 @@
 
 // The machine's model, read afresh: "<vendor> <product>" from the firmware's DMI tables
 // (/sys/class/dmi/id/sys_vendor and product_name; the vendor is left out when the product name
-// already begins with it, and firmware placeholders such as "To be filled by O.E.M." count as
-// absent), else the device tree's model (/sys/firmware/devicetree/base/model, on ARM boards), else
-// "Unknown Mac Coputer".
+// already begins with the vendor's first word, and firmware placeholders such as
+// "To be filled by O.E.M." count as absent), else the device tree's model
+// (/sys/firmware/devicetree/base/model, on ARM boards), else "Unknown Mac Coputer".
 [[nodiscard]] ZT_API std::string ZTGetMacMachineModel();
 
 // The same model text, read once per process and kept (the first call reads; later calls from any
