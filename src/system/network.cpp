@@ -3,12 +3,17 @@
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <ifaddrs.h>
+#include <net/if.h>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 #include "system/internal/queries.h"
@@ -107,7 +112,7 @@ std::optional<std::string> defaultRouteInterfaceIPv6(std::string_view procNetIPv
   return best;
 }
 
-InterfaceRoles interfaceRolesAt(const std::string& root) {
+InterfaceRoles interfaceRolesAt(const std::string& root, bool wantSecondary) {
   InterfaceRoles roles;
   if (auto text = readTextFile(root + "/proc/net/route")) {
     if (auto name = defaultRouteInterface(*text)) roles.primary = *name;
@@ -117,6 +122,7 @@ InterfaceRoles interfaceRolesAt(const std::string& root) {
       if (auto name = defaultRouteInterfaceIPv6(*text)) roles.primary = *name;
     }
   }
+  if (!roles.primary.empty() && !wantSecondary) return roles;
   const std::string classNet = root + "/sys/class/net";
   std::vector<std::string> names;
   if (DIR* dir = ::opendir(classNet.c_str())) {
@@ -156,7 +162,7 @@ std::optional<std::array<std::uint8_t, 6>> parseHardwareAddress(std::string_view
 }
 
 std::string macAddressStringAt(const std::string& root) {
-  InterfaceRoles roles = interfaceRolesAt(root);
+  InterfaceRoles roles = interfaceRolesAt(root, false);
   if (roles.primary.empty()) {
     ZTLogf("FindEthernetInterfaces failed with code 0x%08x", static_cast<unsigned>(ENOENT));
     return {};
@@ -191,6 +197,21 @@ std::string ZTGetMACAddressString() { return zt::system_internal::macAddressStri
 
 std::optional<std::string> ethernetIP() {
   using namespace zt::system_internal;
+  // Most machines have an address on the primary interface: one request for it spares listing
+  // every address and looking the secondary interface up.
+  InterfaceRoles roles = interfaceRolesAt("", false);
+  if (!roles.primary.empty() && roles.primary.size() < IFNAMSIZ) {
+    if (int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); fd >= 0) {
+      struct ifreq request {};
+      std::memcpy(request.ifr_name, roles.primary.c_str(), roles.primary.size() + 1);
+      request.ifr_addr.sa_family = AF_INET;
+      const bool found = ::ioctl(fd, SIOCGIFADDR, &request) == 0;
+      ::close(fd);
+      char text[INET_ADDRSTRLEN];
+      const auto* address = reinterpret_cast<const struct sockaddr_in*>(&request.ifr_addr);
+      if (found && ::inet_ntop(AF_INET, &address->sin_addr, text, sizeof text)) return std::string(text);
+    }
+  }
   struct ifaddrs* list = nullptr;
   if (::getifaddrs(&list) != 0) return std::nullopt;
   std::vector<InterfaceAddress> addresses;
@@ -202,5 +223,5 @@ std::optional<std::string> ethernetIP() {
     addresses.push_back({item->ifa_name, text});
   }
   ::freeifaddrs(list);
-  return chooseEthernetIP(addresses, interfaceRolesAt(""));
+  return chooseEthernetIP(addresses, interfaceRolesAt("", true));
 }

@@ -34,7 +34,8 @@ struct InterfaceRoles {
 std::optional<std::string> defaultRouteInterface(std::string_view procNetRoute);
 // The same from /proc/net/ipv6_route text (rejecting routes and loopback left out).
 std::optional<std::string> defaultRouteInterfaceIPv6(std::string_view procNetIPv6Route);
-InterfaceRoles interfaceRolesAt(const std::string& root);
+// The secondary is looked up only when asked for, or when there is no default route.
+InterfaceRoles interfaceRolesAt(const std::string& root, bool wantSecondary = true);
 // Six bytes from "xx:xx:xx:xx:xx:xx"; nullopt for anything else.
 std::optional<std::array<std::uint8_t, 6>> parseHardwareAddress(std::string_view text);
 // The formatted address, or "" after logging (see network.h).
