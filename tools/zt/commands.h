@@ -1,6 +1,7 @@
 #pragma once
 // Each zt subcommand lives in its own file and registers itself on the application here.
 #include <CLI/CLI.hpp>
+#include <string>
 
 namespace ztool {
 // `zt threads`: a live tour of worker threads, cross-thread calls and the locks.
@@ -27,6 +28,11 @@ int runCollectionsTour();
 // `zt files`: paths, unique names, name validation, standard folders and file types.
 void addFilesCommand(CLI::App& app);
 int runFilesTourWithDefaults();
+
+// `zt sysinfo`: the machine's answers to the system queries, as text or JSON.
+void addSysinfoCommand(CLI::App& app);
+int runSysinfo(bool json, const std::string& desktopEntry);
+int runSysinfoWithDefaults();
 
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
