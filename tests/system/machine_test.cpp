@@ -3,9 +3,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "system/internal/queries.h"
 #include "system/internal/text_files.h"
 #include "system/support/machine_root.h"
+#include "zentrel/system/boot_time.h"
 
 namespace {
 
@@ -134,6 +139,29 @@ TEST(AppName, FallsBackUntilTheApplicationNamesItsEntry) {
   EXPECT_EQ(ZTAppName(), "Zentrel Reader");
   ZTSetAppDesktopEntryID("");
   EXPECT_EQ(ZTAppName(), "Zentrel PDF Viewer");
+}
+
+TEST(SystemQueries, AnswerFromManyThreadsAtOnce) {
+  // The kept answers (model, boot date) and the application's identity are shared by every thread.
+  const std::string model = ZTGetMacMachineModel();
+  std::vector<std::thread> threads;
+  std::atomic<int> disagreements{0};
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 50; ++i) {
+        if (t % 2 == 0) ZTSetAppDesktopEntryID(i % 2 ? "a.desktop" : "b.desktop");
+        const std::string id = ZTAppDesktopEntryID();
+        if (id != "a.desktop" && id != "b.desktop" && !id.empty()) ++disagreements;
+        if (ZTAppName() != "Zentrel PDF Viewer") ++disagreements;  // neither entry is installed
+        if (ZTGetDeviceModelString() != ZTGetDeviceModelString()) ++disagreements;
+        if (ZTGetMacMachineModel() != model) ++disagreements;
+        if (!ZTGetBootDate()) ++disagreements;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  ZTSetAppDesktopEntryID("");
+  EXPECT_EQ(disagreements.load(), 0);
 }
 
 TEST(UUIDString, FreshUpperCaseText) {
