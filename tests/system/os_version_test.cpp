@@ -101,13 +101,15 @@ TEST(ReleaseVersion, DamagedOrMissingFilesGiveTheZeroVersion) {
   zt::test::MachineRoot empty;
   EXPECT_EQ(releaseVersionAt(empty.path()).triple, ZTVersionTriple{});
   const std::string full = kUbuntu2204;
-  zt::test::MachineRoot root;
   for (std::size_t cut = 0; cut <= full.size(); ++cut) {
-    root.write("/etc/os-release", full.substr(0, cut));
-    auto version = releaseVersionAt(root.path());
+    auto versionID = assignmentValue(std::string_view(full).substr(0, cut), "VERSION_ID");
+    auto version = versionID ? parseReleaseVersion(*versionID) : ReleaseVersion{};
     // Cut inside the value: a shorter number, or nothing; an unterminated quote is no value at all.
     EXPECT_TRUE(version.triple == (ZTVersionTriple{22, 4, 0}) || version.triple == ZTVersionTriple{}) << cut;
   }
+  zt::test::MachineRoot truncated;
+  truncated.write("/etc/os-release", full.substr(0, full.find("VERSION_ID=\"22.") + 15));
+  EXPECT_EQ(releaseVersionAt(truncated.path()).triple, ZTVersionTriple{});
   zt::test::MachineRoot garbage;
   static constexpr char kGarbage[] = "\x01\xff VERSION_ID\n==\n\0\0VERSION_ID=\"\n";
   garbage.write("/etc/os-release", std::string(kGarbage, sizeof kGarbage - 1));
