@@ -14,7 +14,7 @@ constexpr unsigned EV_KEY = 0x01, EV_REL = 0x02;
 constexpr unsigned REL_X = 0x00, REL_Y = 0x01;
 constexpr unsigned ABS_X = 0x00, ABS_Y = 0x01, ABS_Z = 0x02, ABS_RX = 0x03, ABS_PRESSURE = 0x18;
 constexpr unsigned ABS_MT_SLOT = 0x2f, ABS_MT_POSITION_X = 0x35, ABS_MT_POSITION_Y = 0x36;
-constexpr unsigned BTN_MISC = 0x100, BTN_0 = 0x100, BTN_1 = 0x101, BTN_MOUSE = 0x110, BTN_JOYSTICK = 0x120,
+constexpr unsigned BTN_MISC = 0x100, BTN_MOUSE = 0x110, BTN_JOYSTICK = 0x120,
                    BTN_DIGI = 0x140, BTN_TOOL_PEN = 0x140, BTN_TOOL_FINGER = 0x145, BTN_TOUCH = 0x14a,
                    BTN_STYLUS = 0x14b, KEY_OK = 0x160, BTN_TRIGGER_HAPPY1 = 0x2c0, BTN_TRIGGER_HAPPY40 = 0x2e7;
 constexpr unsigned INPUT_PROP_DIRECT = 0x01, INPUT_PROP_POINTING_STICK = 0x05, INPUT_PROP_ACCELEROMETER = 0x06;
