@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <mutex>
 #include <vector>
 
@@ -76,6 +77,10 @@ std::string deviceNameAt(const std::string& root) {
     if (auto pretty = assignmentValue(*text, "PRETTY_HOSTNAME"); pretty && !trimmed(*pretty).empty()) {
       return *pretty;
     }
+  }
+  if (root.empty()) {
+    char host[HOST_NAME_MAX + 1] = {};
+    if (::gethostname(host, sizeof host - 1) == 0) return host;
   }
   return readFirstLine(root + "/proc/sys/kernel/hostname").value_or("");
 }
