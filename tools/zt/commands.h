@@ -33,6 +33,10 @@ int runFilesTourWithDefaults();
 // `zt watch PATH...`: bursts of changes to files and folders, reported as they start and settle.
 void addWatchCommand(CLI::App& app);
 int runWatch(const std::vector<std::string>& paths, double settleSeconds);
+// `zt sysinfo`: the machine's answers to the system queries, as text or JSON.
+void addSysinfoCommand(CLI::App& app);
+int runSysinfo(bool json, const std::string& desktopEntry);
+int runSysinfoWithDefaults();
 
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);

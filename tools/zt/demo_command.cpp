@@ -19,6 +19,7 @@ void addDemoCommand(CLI::App& app) {
         {"files", runFilesTourWithDefaults},
         {"geometry", runGeometryTour},
         {"text", runTextTourWithDefaults},
+        {"sysinfo", runSysinfoWithDefaults},
     };
     int failures = 0;
     for (const auto& [name, tour] : tours) {

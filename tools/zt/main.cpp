@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
   ztool::addGeometryCommand(app);
   ztool::addTextCommand(app);
   ztool::addWatchCommand(app);
+  ztool::addSysinfoCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
