@@ -121,8 +121,7 @@ namespace zt {
 namespace {
 
 bool isPlainLocale(const char* name) {
-  return !name || !*name || std::strcmp(name, "C") == 0 || std::strcmp(name, "POSIX") == 0 ||
-         std::strncmp(name, "C.", 2) == 0;
+  return !name || !*name || std::strcmp(name, "C") == 0 || std::strcmp(name, "POSIX") == 0;
 }
 
 // The language the application's texts are shown in, as gettext picks it.
@@ -136,7 +135,8 @@ std::string applicationLanguage() {
       if (*locale.getLanguage()) return locale.getLanguage();
     }
     const icu::Locale locale = icu::Locale::createCanonical(messages);
-    if (*locale.getLanguage()) return locale.getLanguage();
+    // C.UTF-8 names no language.
+    if (*locale.getLanguage() && std::strcmp(locale.getLanguage(), "c") != 0) return locale.getLanguage();
   }
   const std::string language = zt::languageCode(ZTLocale::current());
   return language.empty() ? "en" : language;

@@ -50,9 +50,12 @@ bool ZTNumberFormatter::getObjectValue(ZTValue* value, std::string_view string, 
   }
   std::string withSuffix(text);
   withSuffix += suffix;
-  if (ZTBasicNumberFormatter::getObjectValue(value, withSuffix, errorDescription)) return true;
+  std::string problem;
+  if (ZTBasicNumberFormatter::getObjectValue(value, withSuffix, &problem)) return true;
   // A negative number carries the negative suffix, not the positive one: it is read as typed.
-  return ZTBasicNumberFormatter::getObjectValue(value, string, errorDescription);
+  if (ZTBasicNumberFormatter::getObjectValue(value, string, nullptr)) return true;
+  if (errorDescription) *errorDescription = std::move(problem);
+  return false;
 }
 
 // ZTPointsNumberFormatter

@@ -6,7 +6,7 @@
 // Value semantics: copies are independent. One thread at a time per value (a calendar keeps ICU
 // state between calls); copies may go to other threads.
 //
-// Bad input: an unknown time-zone identifier gives GMT, as ICU does; an unknown locale ICU's root
+// Bad input: an unknown time-zone identifier gives ICU's "Etc/Unknown" zone, which runs on GMT; an unknown locale the root
 // (Gregorian). Dates beyond what ICU's calendars hold (NaN, infinities, year ±5,000,000) give zero
 // components and are their own start of day.
 
