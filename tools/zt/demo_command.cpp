@@ -19,6 +19,7 @@ void addDemoCommand(CLI::App& app) {
         {"files", runFilesTourWithDefaults},
         {"geometry", runGeometryTour},
         {"text", runTextTourWithDefaults},
+        {"format", runFormatTour},
     };
     int failures = 0;
     for (const auto& [name, tour] : tours) {
