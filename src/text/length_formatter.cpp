@@ -3,12 +3,15 @@
 #include <unicode/dcfmtsym.h>
 #include <unicode/measunit.h>
 #include <unicode/numberformatter.h>
+#include <unicode/plurrule.h>
 #include <unicode/uchar.h>
 
 #include <array>
 #include <charconv>
 #include <cmath>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "internal/unicode.h"
 
@@ -67,6 +70,47 @@ struct ZTLengthFormatter::Cache {
   std::optional<icu::number::LocalizedNumberFormatter> localeUnit;
   icu::UnicodeString decimalSeparator;
   icu::Locale icuLocale;
+  // A unit's name depends on the number only through its plural category ("one", "other"...),
+  // which the number's visible digits decide: names are kept per unit and category.
+  std::optional<icu::number::LocalizedNumberFormatter> plain;
+  std::unique_ptr<icu::PluralRules> pluralRules;
+  std::array<std::vector<std::pair<icu::UnicodeString, icu::UnicodeString>>, 8> names;
+
+  // The plural category of the number as the unit formatters show it; empty when ICU has no rules.
+  icu::UnicodeString category(double value) {
+    if (!pluralRules || !plain) return {};
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::number::FormattedNumber formatted = plain->formatDouble(value, status);
+    icu::UnicodeString result = pluralRules->select(formatted, status);
+    return U_SUCCESS(status) ? result : icu::UnicodeString();
+  }
+
+  // The unit's name for a number in that category, formatted once and then kept.
+  icu::UnicodeString name(std::size_t index, const icu::UnicodeString& pluralCategory, double value,
+                          ZTFormattingUnitStyle unitStyle) {
+    if (!pluralCategory.isEmpty()) {
+      for (const auto& [known, text] : names[index]) {
+        if (known == pluralCategory) return text;
+      }
+    }
+    auto& formatter = units[index];
+    if (!formatter) {
+      formatter = icu::number::NumberFormatter::withLocale(icuLocale)
+                      .unit(measureUnit(index))
+                      .unitWidth(unitWidth(unitStyle))
+                      .precision(icu::number::Precision::minMaxFraction(minimumFractionDigits, maximumFractionDigits));
+    }
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::number::FormattedNumber formatted = formatter->formatDouble(value, status);
+    const icu::UnicodeString text = formatted.toString(status);
+    icu::ConstrainedFieldPosition position;
+    position.constrainField(UFIELD_CATEGORY_NUMBER, UNUM_MEASURE_UNIT_FIELD);
+    if (U_FAILURE(status) || !formatted.nextPosition(position, status) || U_FAILURE(status)) return {};
+    icu::UnicodeString result;
+    text.extractBetween(position.getStart(), position.getLimit(), result);
+    if (!pluralCategory.isEmpty()) names[index].emplace_back(pluralCategory, result);
+    return result;
+  }
 
   // Brings the cache in line with the formatter's locale and settings; answers the ICU locale.
   const icu::Locale& refresh(const ZTBasicNumberFormatter& numbers, ZTFormattingUnitStyle unitStyle) {
@@ -76,6 +120,7 @@ struct ZTLengthFormatter::Cache {
       return icuLocale;
     }
     units = {};
+    names = {};
     localeUnit.reset();
     locale = std::move(current);
     icuLocale = icu::Locale::createCanonical(locale.c_str());
@@ -87,6 +132,11 @@ struct ZTLengthFormatter::Cache {
     const icu::DecimalFormatSymbols symbols(icuLocale, status);
     decimalSeparator = U_SUCCESS(status) ? symbols.getSymbol(icu::DecimalFormatSymbols::kDecimalSeparatorSymbol)
                                          : icu::UnicodeString(u".");
+    plain = icu::number::NumberFormatter::withLocale(icuLocale).precision(
+        icu::number::Precision::minMaxFraction(minimumFractionDigits, maximumFractionDigits));
+    status = U_ZERO_ERROR;
+    pluralRules.reset(icu::PluralRules::forLocale(icuLocale, status));
+    if (U_FAILURE(status)) pluralRules.reset();
     return icuLocale;
   }
 };
@@ -136,25 +186,8 @@ double ZTLengthFormatter::convertValue(double value, ZTLengthFormatterUnit fromU
 
 std::string ZTLengthFormatter::unitStringFromValue(double value, ZTLengthFormatterUnit unit) const {
   Cache& cache = *cache_;
-  const icu::Locale& locale = cache.refresh(*numberFormatter_, unitStyle_);
-  const std::size_t index = unitIndex(unit);
-  auto& formatter = cache.units[index];
-  if (!formatter) {
-    formatter = icu::number::NumberFormatter::withLocale(locale)
-                    .unit(measureUnit(index))
-                    .unitWidth(unitWidth(unitStyle_))
-                    .precision(icu::number::Precision::minMaxFraction(cache.minimumFractionDigits,
-                                                                      cache.maximumFractionDigits));
-  }
-  UErrorCode status = U_ZERO_ERROR;
-  const icu::number::FormattedNumber formatted = formatter->formatDouble(value, status);
-  const icu::UnicodeString text = formatted.toString(status);
-  icu::ConstrainedFieldPosition position;
-  position.constrainField(UFIELD_CATEGORY_NUMBER, UNUM_MEASURE_UNIT_FIELD);
-  if (U_FAILURE(status) || !formatted.nextPosition(position, status) || U_FAILURE(status)) return {};
-  icu::UnicodeString name;
-  text.extractBetween(position.getStart(), position.getLimit(), name);
-  return zt::internal::toUTF8(name);
+  (void)cache.refresh(*numberFormatter_, unitStyle_);
+  return zt::internal::toUTF8(cache.name(unitIndex(unit), cache.category(value), value, unitStyle_));
 }
 
 std::string ZTLengthFormatter::stringFromValue(double value, ZTLengthFormatterUnit unit) const {
@@ -250,8 +283,10 @@ bool ZTLengthFormatter::getObjectValue(ZTValue* value, std::string_view string, 
 
   // The unit: the first whose name, in the form for the number, runs to the end of the text.
   std::optional<ZTLengthFormatterUnit> matched;
-  for (const ZTLengthFormatterUnit unit : kParsingOrder) {
-    const icu::UnicodeString name = zt::internal::toUnicode(unitStringFromValue(scanned, unit));
+  const icu::UnicodeString pluralCategory = cache.category(scanned);
+  for (std::size_t candidate = 0; candidate < kParsingOrder.size(); ++candidate) {
+    const ZTLengthFormatterUnit unit = kParsingOrder[candidate];
+    const icu::UnicodeString name = cache.name(candidate, pluralCategory, scanned, unitStyle_);
     if (name.isEmpty()) continue;
     const int32_t at = skipWhiteSpace(text, afterNumber);
     if (at + name.length() > text.length()) continue;
