@@ -159,11 +159,22 @@ void ZTBasicNumberFormatter::setMaximum(std::optional<double> maximum) {
 }
 
 std::string ZTBasicNumberFormatter::stringFromNumber(double number) const {
-  impl_->prepare();
+  return ZTBasicNumberFormatterAccess::format(*this, number, nullptr, nullptr);
+}
+
+std::string ZTBasicNumberFormatterAccess::format(const ZTBasicNumberFormatter& formatter, double number,
+                                                 const icu::PluralRules* rules, icu::UnicodeString* category) {
+  const ZTBasicNumberFormatter::Impl& impl = *formatter.impl_;
+  impl.prepare();
   UErrorCode status = U_ZERO_ERROR;
-  icu::UnicodeString text = impl_->printer->formatDouble(number, status).toString(status);
+  const icu::number::FormattedNumber formatted = impl.printer->formatDouble(number, status);
+  icu::UnicodeString text = formatted.toString(status);
   if (U_FAILURE(status)) return {};
-  return impl_->withSuffix(std::move(text), std::signbit(number) && !std::isnan(number));
+  if (rules && category) {
+    *category = rules->select(formatted, status);
+    if (U_FAILURE(status)) category->remove();
+  }
+  return impl.withSuffix(std::move(text), std::signbit(number) && !std::isnan(number));
 }
 
 std::string ZTBasicNumberFormatter::stringFromNumber(std::int64_t number) const {

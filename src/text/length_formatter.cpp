@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "internal/number_formatting.h"
 #include "internal/unicode.h"
 
 namespace {
@@ -191,7 +192,14 @@ std::string ZTLengthFormatter::unitStringFromValue(double value, ZTLengthFormatt
 }
 
 std::string ZTLengthFormatter::stringFromValue(double value, ZTLengthFormatterUnit unit) const {
-  return numberFormatter_->stringFromNumber(value) + " " + unitStringFromValue(value, unit);
+  Cache& cache = *cache_;
+  (void)cache.refresh(*numberFormatter_, unitStyle_);
+  // The number as shown decides the plural category, so it is formatted once for both.
+  icu::UnicodeString category;
+  std::string text = ZTBasicNumberFormatterAccess::format(*numberFormatter_, value, cache.pluralRules.get(), &category);
+  text += ' ';
+  text += zt::internal::toUTF8(cache.name(unitIndex(unit), category, value, unitStyle_));
+  return text;
 }
 
 std::string ZTLengthFormatter::stringFromMeters(double meters) const {
