@@ -74,7 +74,9 @@ int runLength() {
   useLocale();
   const ZTLengthFormatter length = lengthFormatter();
   const auto text = length.stringForObjectValue(options().value);
-  std::cout << options().value << " m in " << ZTLocale::current().localeIdentifier() << ": " << shown(text) << "\n";
+  std::ostringstream metres;  // not std::cout's own precision, which other tours may have changed
+  metres << options().value;
+  std::cout << metres.str() << " m in " << ZTLocale::current().localeIdentifier() << ": " << shown(text) << "\n";
   if (text) std::cout << "read back: " << read(length, *text) << " m\n";
   return text ? 0 : 1;
 }
@@ -87,7 +89,9 @@ int runReadLength() {
     std::cout << "\"" << options().text << "\" is no length (a number and a unit name, such as \"12 in\")\n";
     return 1;
   }
-  std::cout << "\"" << options().text << "\" reads as " << metres.doubleValue() << " m\n";
+  std::ostringstream number;
+  number << metres.doubleValue();
+  std::cout << "\"" << options().text << "\" reads as " << number.str() << " m\n";
   return 0;
 }
 
