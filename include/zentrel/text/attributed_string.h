@@ -3,7 +3,7 @@
 //
 // The text is UTF-8; locations and lengths are counted in UTF-16 code units, the unit of the
 // library's string ranges (a character outside the Basic Multilingual Plane counts two). The
-// attributes of a part are a ZTValue dictionary (for example {"bold": true, "color": "#ff0000"});
+// attributes of a stretch of text are a ZTValue dictionary (for example {"bold": true, "color": "#ff0000"});
 // the library gives the keys no meaning of its own, the code that draws the text does. Every unit
 // of the text belongs to exactly one run; neighbouring runs with equal attributes are merged, so two
 // attributed strings with the same text and the same attributes per unit compare equal.

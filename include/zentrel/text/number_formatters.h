@@ -9,7 +9,7 @@
 //
 // ZTPointsNumberFormatter: fractions allowed, 0 to 1 fraction digits, at least 1 integer digit,
 // suffix " pt" (12.25 shows as "12.2 pt" in en_US: rounding is half to even). With
-// replaceZeroValueWithEmptyString, a number whose integer part is 0 shows as the empty text (so
+// replaceZeroValueWithEmptyString, a number whose integer value is 0 shows as the empty text (so
 // 0.4 shows empty too) and the empty text reads as the number 0.
 //
 // ZTPixelsNumberFormatter: whole numbers only, suffix " px"; a fraction is refused on input.
