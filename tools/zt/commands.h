@@ -18,6 +18,10 @@ int runGeometryTour();
 void addTextCommand(CLI::App& app);
 int runTextTourWithDefaults();
 
+// `zt format`: lengths, points, pixels, digits, dates, markers and flags.
+void addFormatCommand(CLI::App& app);
+int runFormatTour();
+
 // `zt operations`: an operation queue ordering jobs by priority and dependency.
 void addOperationsCommand(CLI::App& app);
 int runOperationsTour();

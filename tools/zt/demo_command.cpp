@@ -20,6 +20,7 @@ void addDemoCommand(CLI::App& app) {
         {"geometry", runGeometryTour},
         {"text", runTextTourWithDefaults},
         {"sysinfo", runSysinfoWithDefaults},
+        {"format", runFormatTour},
     };
     int failures = 0;
     for (const auto& [name, tour] : tours) {

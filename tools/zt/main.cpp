@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
   ztool::addTextCommand(app);
   ztool::addWatchCommand(app);
   ztool::addSysinfoCommand(app);
+  ztool::addFormatCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
