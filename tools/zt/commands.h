@@ -28,6 +28,9 @@ int runCollectionsTour();
 void addFilesCommand(CLI::App& app);
 int runFilesTourWithDefaults();
 
+// `zt guard --id ID [--retry] -- CMD [ARGS]`: runs a command under the crash guard.
+void addGuardCommand(CLI::App& app);
+
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

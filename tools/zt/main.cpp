@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
   ztool::addFilesCommand(app);
   ztool::addGeometryCommand(app);
   ztool::addTextCommand(app);
+  ztool::addGuardCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
