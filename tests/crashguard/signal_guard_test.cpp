@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -62,10 +63,10 @@ TEST(SignalGuard, ACallbackWithoutSignalsRunsAndAnswersTrue) {
 
 TEST(SignalGuard, FatalSignalsInsideTheCallbackAnswerFalseAndRestoreThePreviousActions) {
   OwnHandlers own;
-  EXPECT_FALSE(executeInTryCatchWithSignalHandler([] {
-    volatile int* nowhere = nullptr;
-    *nowhere = 1;
-  }));
+  void* page = ::mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(page, MAP_FAILED);
+  EXPECT_FALSE(executeInTryCatchWithSignalHandler([page] { *static_cast<volatile int*>(page) = 1; }));
+  ::munmap(page, 4096);
   EXPECT_FALSE(executeInTryCatchWithSignalHandler([] { std::abort(); }));
   for (int signal : kGuardedSignals) {
     EXPECT_FALSE(executeInTryCatchWithSignalHandler([signal] { ::raise(signal); })) << signal;

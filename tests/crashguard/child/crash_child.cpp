@@ -11,8 +11,11 @@
 //                                the will-terminate notification and returns from main
 //   cleanup-check DIR            exit 0 when DIR was gone when main started, 4 otherwise
 //
-// It links the shared crash-guard library, so cleanup-check shows its load-time cleanup.
+// It links the shared crash-guard library, so cleanup-check shows its load-time cleanup. In sanitizer
+// builds the tests start it with the sanitizer's own SIGSEGV handling off, so a fault ends it as it
+// ends a plain build.
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <cstdint>
@@ -35,9 +38,11 @@ std::shared_ptr<ZTRiskCrashLogger> loggerFor(const std::string& name, int argc, 
   return ZTRiskCrashLogger::createWithCrashesLogPlistName(name);
 }
 
+// A real fault: a write to a page that allows no access.
 void segfault() {
-  volatile int* nowhere = nullptr;
-  *nowhere = 1;
+  void* page = ::mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (page == MAP_FAILED) std::abort();
+  *static_cast<volatile int*>(page) = 1;
 }
 
 }  // namespace
