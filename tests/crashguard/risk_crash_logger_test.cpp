@@ -70,12 +70,14 @@ ZTValueDictionary recordsIn(const std::string& path) {
 }
 
 // Environment for a child: its caches and temporary folders inside the test's folder.
-// Under AddressSanitizer the child's fault ends it by the signal, as in a plain build.
+// Under a sanitizer the child's fault ends it by the signal, as in a plain build.
 std::map<std::string, std::string> childEnvironment(const PrivateFolder& folder) {
   const char* asan = std::getenv("ASAN_OPTIONS");
+  const char* tsan = std::getenv("TSAN_OPTIONS");
   return {{"XDG_CACHE_HOME", folder.add("cache")},
           {"TMPDIR", folder.add("tmp")},
-          {"ASAN_OPTIONS", std::string(asan ? asan : "") + ":handle_segv=0"}};
+          {"ASAN_OPTIONS", std::string(asan ? asan : "") + ":handle_segv=0"},
+          {"TSAN_OPTIONS", std::string(tsan ? tsan : "") + ":handle_segv=0"}};
 }
 
 TEST(RiskCrashLogger, ACrashRefusesTheNextRunUntilTheRecoveryAllowsIt) {

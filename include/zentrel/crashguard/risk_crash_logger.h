@@ -50,6 +50,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "zentrel/platform/export.h"
 #include "zentrel/platform/mutex.h"

@@ -28,6 +28,7 @@
 #include <string>
 #include <string_view>
 #include <typeinfo>
+#include <utility>
 
 #include "zentrel/platform/export.h"
 

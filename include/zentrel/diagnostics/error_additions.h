@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "zentrel/platform/error.h"
 #include "zentrel/platform/export.h"

@@ -19,6 +19,7 @@
 //
 // Pure functions of their input; any thread.
 
+#include <cstddef>
 #include <string>
 
 #include "zentrel/platform/export.h"
