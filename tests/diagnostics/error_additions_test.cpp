@@ -1,12 +1,28 @@
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <regex>
+#include <string>
 
 #include "zentrel/diagnostics/error_additions.h"
 
 namespace {
+
+// The text with every address ("0x" and hex digits) replaced by "0xADDR".
+std::string withoutAddresses(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size();) {
+    if (text.compare(i, 2, "0x") == 0) {
+      out += "0xADDR";
+      i += 2;
+      while (i < text.size() && std::isxdigit(static_cast<unsigned char>(text[i]))) ++i;
+    } else {
+      out += text[i++];
+    }
+  }
+  return out;
+}
 
 TEST(ErrorAdditions, ConstructorsPutOnlyWhatIsGivenIntoTheUserInfo) {
   const ZTError bare = zt::errorWithDomain("MyDomain", 3, std::nullopt, std::nullopt, std::nullopt);
@@ -59,19 +75,18 @@ TEST(ErrorAdditions, ExtendedDescriptionListsThePiecesAndIndentsTheChainWithTabs
   outer = ZTError(outer.domain(), outer.code(), info);
 
   const std::string text = zt::extendedDescription(outer);
-  const std::regex pattern(
-      "<ZTError 0x[0-9a-f]+:\n"
-      "\tdomain = \"App\"\n"
-      "\tcode = 1\n"
-      "\tdescription = \"Could not sync\"\n"
-      "\tuser info = \\{\n    path = /tmp/x;\n\\}\n"
-      "\tunderlying error = \n"
-      "\t<ZTError 0x[0-9a-f]+:\n"
-      "\t\tdomain = \"Net\"\n"
-      "\t\tcode = 7\n"
-      "\t>\n"
-      ">");
-  EXPECT_TRUE(std::regex_match(text, pattern)) << text;
+  EXPECT_EQ(withoutAddresses(text),
+            "<ZTError 0xADDR:\n"
+            "\tdomain = \"App\"\n"
+            "\tcode = 1\n"
+            "\tdescription = \"Could not sync\"\n"
+            "\tuser info = {\n    path = /tmp/x;\n}\n"
+            "\tunderlying error = \n"
+            "\t<ZTError 0xADDR:\n"
+            "\t\tdomain = \"Net\"\n"
+            "\t\tcode = 7\n"
+            "\t>\n"
+            ">");
 
   const std::string reason = zt::extendedDescriptionWithCurrentIndentationLevel(
       zt::errorWithDomain("A", 2, {}, "because", {}), 2);
