@@ -12,7 +12,7 @@
 //   other       the value's own text: a string as it stands, "<null>" for null, numbers, dates
 //               and bytes as ZTValue::description() writes them.
 //
-// An object can take part by deriving from ZTDictionaryRepresentable: it is printed as its
+// An object can be printed too by deriving from ZTDictionaryRepresentable: it is printed as its
 // dictionary with "class" (its demangled type name) and "self" (its address) added. When that
 // object's _dictionaryFromSelf() throws a std::exception, prettyPrint answers
 // "\n\n⚠️ <what()>\n" instead; other exceptions pass through.
