@@ -41,6 +41,8 @@ int runWatch(const std::vector<std::string>& paths, double settleSeconds);
 void addSysinfoCommand(CLI::App& app);
 int runSysinfo(bool json, const std::string& desktopEntry);
 int runSysinfoWithDefaults();
+// `zt guard --id ID [--retry] -- CMD [ARGS]`: runs a command under the crash guard.
+void addGuardCommand(CLI::App& app);
 
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);

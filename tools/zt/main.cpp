@@ -21,6 +21,7 @@ int main(int argc, char** argv) {
   ztool::addWatchCommand(app);
   ztool::addSysinfoCommand(app);
   ztool::addFormatCommand(app);
+  ztool::addGuardCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
