@@ -23,3 +23,21 @@ std::string ZTError::description() const {
   if (userInfo_.size() > 0) out += " UserInfo=" + userInfo_.description();
   return out;
 }
+
+ZTValue ZTError::toValue() const {
+  ZTValue value = ZTValue::dictionary();
+  value["domain"] = domain_;
+  value["code"] = code_;
+  value["userInfo"] = userInfo_;
+  return value;
+}
+
+std::optional<ZTError> ZTError::fromValue(const ZTValue& value) {
+  const ZTValue& domain = value["domain"];
+  const ZTValue& code = value["code"];
+  if (!domain.isString() || !code.isInteger()) return std::nullopt;
+  const ZTValue& info = value["userInfo"];
+  return ZTError(domain.stringValue(), code.intValue(), info.isDictionary() ? info : ZTValue::dictionary());
+}
+
+std::optional<ZTError> ZTError::underlyingError() const { return fromValue(userInfo_[ZTUnderlyingErrorKey]); }

@@ -5,6 +5,7 @@
 // caller passes a non-null ZTError*, fill it in.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -34,6 +35,14 @@ class ZT_API ZTError {
   const std::string& domain() const { return domain_; }
   std::int64_t code() const { return code_; }
   const ZTValue& userInfo() const { return userInfo_; }
+
+  // An error kept inside another error's user info (under ZTUnderlyingErrorKey) is stored as the
+  // dictionary {"domain": text, "code": integer, "userInfo": dictionary}. toValue() makes that
+  // form; fromValue() reads it back, nullopt for a value of any other shape.
+  ZTValue toValue() const;
+  [[nodiscard]] static std::optional<ZTError> fromValue(const ZTValue& value);
+  // The error kept under ZTUnderlyingErrorKey, if any.
+  std::optional<ZTError> underlyingError() const;
 
   // The description from the user info, or "The operation couldn’t be completed. (<domain> error <code>.)".
   std::string localizedDescription() const;
