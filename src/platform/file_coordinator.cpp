@@ -211,7 +211,7 @@ std::optional<ZTError> acquireInProcess(Request& request, Clock::time_point dead
     if (!other->granted || other->thread != request.thread) continue;
     holdsAny = true;
     if (conflicts(*other, request)) {
-      return makeError(ZTFileCoordinatorLockingError,
+      return makeError(ZTFileLockingError,
                        "The claim conflicts with a claim this thread holds; it would wait for itself.");
     }
   }
@@ -238,7 +238,7 @@ std::optional<ZTError> acquireInProcess(Request& request, Clock::time_point dead
     if (Clock::now() >= deadline) {
       s.requests.remove(&request);
       s.changed.notify_all();  // claims that queued behind this one may go now
-      return makeError(ZTFileCoordinatorLockingError, "The claim was not granted in time.");
+      return makeError(ZTFileLockingError, "The claim was not granted in time.");
     }
     s.changed.wait_until(lock, deadline);
   }
@@ -273,7 +273,7 @@ std::optional<ZTError> acquireAcrossProcesses(Request& request, zt::internal::He
     ZTUniqueLock lock(s.mutex);
     if (isCancelled(request)) return cancelledError();
     const auto now = Clock::now();
-    if (now >= deadline) return makeError(ZTFileCoordinatorLockingError, "The claim was not granted in time.");
+    if (now >= deadline) return makeError(ZTFileLockingError, "The claim was not granted in time.");
     s.changed.wait_until(lock, std::min(deadline, now + backoff));
     backoff = std::min(backoff * 2, std::chrono::microseconds(10000));
   }
@@ -290,8 +290,8 @@ bool runClaim(ZTFileCoordinator::Impl& impl, const std::vector<std::pair<std::st
   for (const auto& [path, write] : original) {
     auto normalized = claimPath(path);
     if (!normalized) {
-      ZTSetError(outError, write ? makeError(514, "The file name is invalid.")
-                                 : makeError(258, "The file name is invalid."));
+      ZTSetError(outError, write ? makeError(ZTFileWriteInvalidFileNameError, "The file name is invalid.")
+                                 : makeError(ZTFileReadInvalidFileNameError, "The file name is invalid."));
       return false;
     }
     request.items.emplace_back(std::move(*normalized), write);

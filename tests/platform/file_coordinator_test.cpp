@@ -204,7 +204,7 @@ bool claimTimesOut(const std::string& path, bool write) {
   ZTError error;
   const bool ran = write ? coordinator->coordinateWritingItemAtURL(path, 0, &error, [](const std::string&) {})
                          : coordinator->coordinateReadingItemAtURL(path, 0, &error, [](const std::string&) {});
-  return !ran && error.domain() == ZTCocoaErrorDomain && error.code() == ZTFileCoordinatorLockingError;
+  return !ran && error.domain() == ZTCocoaErrorDomain && error.code() == ZTFileLockingError;
 }
 
 bool claimIsGranted(const std::string& path, bool write) {
@@ -282,7 +282,7 @@ TEST(FileCoordinator, BadPathsAndNestedConflictsFailWithoutRunningTheAccessor) {
   }));
   EXPECT_FALSE(innerResult);
   EXPECT_FALSE(innerRan);
-  EXPECT_EQ(error.code(), ZTFileCoordinatorLockingError);
+  EXPECT_EQ(error.code(), ZTFileLockingError);
   // Nested reads on one thread are fine.
   EXPECT_TRUE(coordinator->coordinateReadingItemAtURL(scratch.path(), 0, nullptr, [&](const std::string&) {
     innerResult = coordinator->coordinateReadingItemAtURL(scratch / "x", 0, nullptr, [](const std::string&) {});
@@ -375,7 +375,7 @@ TEST(FileCoordinator, CancelMakesOnlyTheWaitingClaimFail) {
   coordinator->setWaitTimeout(100ms);
   ZTError later;
   EXPECT_FALSE(coordinator->coordinateReadingItemAtURL(path, 0, &later, [](const std::string&) {}));
-  EXPECT_EQ(later.code(), ZTFileCoordinatorLockingError);
+  EXPECT_EQ(later.code(), ZTFileLockingError);
 }
 
 // --- presenters -------------------------------------------------------------------------------

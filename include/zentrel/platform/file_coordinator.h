@@ -32,13 +32,13 @@
 // on the calling thread, once, after the claim is granted, and releases the claim when the
 // accessor returns. An accessor that throws gets its claim released and its exception passed on
 // to the caller unchanged. A claim asked for, on the same thread, inside an accessor whose claim
-// it conflicts with would wait for itself: it fails at once with ZTFileCoordinatorLockingError.
+// it conflicts with would wait for itself: it fails at once with ZTFileLockingError.
 //
 // Failures (the accessor is then not called, the result is false and *outError, when given, is
-// set): an empty path or one holding NUL (ZTCocoaErrorDomain, 258 for reading, 514 for writing);
-// cancel() while the claim waits (ZTCocoaErrorDomain, ZTUserCancelledError); a claim not granted
-// within waitTimeout() (ZTCocoaErrorDomain, ZTFileCoordinatorLockingError); a lock file that
-// cannot be opened (ZTPOSIXErrorDomain, the errno value).
+// set), all in ZTCocoaErrorDomain but the last: an empty path or one holding NUL
+// (ZTFileReadInvalidFileNameError, or ZTFileWriteInvalidFileNameError when a write was asked);
+// cancel() while the claim waits (ZTUserCancelledError); a claim not granted within waitTimeout()
+// (ZTFileLockingError); a lock file that cannot be opened (ZTPOSIXErrorDomain, the errno value).
 
 #include <chrono>
 #include <cstdint>
@@ -50,11 +50,7 @@
 #include "zentrel/platform/dispatch.h"
 #include "zentrel/platform/error.h"
 #include "zentrel/platform/export.h"
-
-// The user cancelled the operation (here: cancel() on a waiting claim).
-inline constexpr std::int64_t ZTUserCancelledError = 3072;
-// A claim could not be granted: it timed out, or it would have waited for the calling thread.
-inline constexpr std::int64_t ZTFileCoordinatorLockingError = 255;
+#include "zentrel/platform/file_manager.h"  // the file error codes
 
 using ZTFileCoordinatorReadingOptions = std::uint64_t;
 // Read the item as it is on disk. Presenters here are never asked to save first, so every read
@@ -158,7 +154,7 @@ class ZT_API ZTFileCoordinator : public std::enable_shared_from_this<ZTFileCoord
   // Any thread; the waiting claims return within a few milliseconds.
   void cancel();
 
-  // The longest a claim waits before failing with ZTFileCoordinatorLockingError; 600 s unless set.
+  // The longest a claim waits before failing with ZTFileLockingError; 600 s unless set.
   Seconds waitTimeout() const;
   void setWaitTimeout(Seconds timeout);
 
