@@ -69,7 +69,10 @@ std::once_flag gStateOnce;
 
 // In a forked child only the forking thread exists: the claims of the parent's other threads (and
 // a lock they may have held) are gone with them, so the child starts with a fresh table.
-void resetStateInChild() { gState = new CoordinationState; }
+void resetStateInChild() {
+  gState = new CoordinationState;
+  zt::internal::resetLockFolderAfterFork();
+}
 
 CoordinationState& state() {
   std::call_once(gStateOnce, [] {
@@ -220,6 +223,7 @@ std::optional<ZTError> acquireInProcess(Request& request, Clock::time_point dead
   for (;;) {
     if (isCancelled(request)) {
       s.requests.remove(&request);
+      s.changed.notify_all();  // claims that queued behind this one may go now
       return cancelledError();
     }
     bool blocked = false;

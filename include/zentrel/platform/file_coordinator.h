@@ -24,7 +24,7 @@
 //     <$TMPDIR or /tmp>/zentrel-coordination-<uid>, mode 0700, checked before use). Two programs
 //     using the library on one document serialise, and the claims of a process that dies are
 //     released by the kernel. Folder claims conflict with claims inside across processes too
-//     (see docs/architecture/platform-file-coordination.md). Lock files are never removed: see
+//     (see docs/architecture/file-coordination.md). Lock files are never removed: see
 //     the same page for the rule. When no such folder can be used, claims coordinate inside the
 //     process only, and the library logs that once.
 //

@@ -61,10 +61,9 @@ struct FolderCache {
   std::set<std::string> refused ZT_GUARDED_BY(mutex);  // folders already logged as unusable
 };
 
-FolderCache& folderCache() {
-  static auto* cache = new FolderCache;  // never destroyed: claims may run while the process exits
-  return *cache;
-}
+FolderCache* gFolderCache = new FolderCache;  // never destroyed: claims may run while the process exits
+
+FolderCache& folderCache() { return *gFolderCache; }
 
 // Opens (making it when missing) a folder that only the effective user can use; -1 otherwise.
 int openPrivateFolder(const std::string& path) {
@@ -187,6 +186,8 @@ std::string lockFolderPath() {
   if (base.empty()) base = "/tmp";
   return base + "/zentrel-coordination-" + std::to_string(::geteuid());
 }
+
+void resetLockFolderAfterFork() { gFolderCache = new FolderCache; }
 
 int lockFolderDescriptor() {
   const std::string path = lockFolderPath();

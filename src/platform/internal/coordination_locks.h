@@ -63,6 +63,9 @@ std::vector<LockRequest> lockRequestsFor(const std::vector<std::pair<std::string
 // folder). The descriptor stays open for the process; the answer follows $XDG_RUNTIME_DIR and
 // $TMPDIR if they change.
 int lockFolderDescriptor();
+// In a forked child: forgets the cached folder (its lock may have been held by a thread that does
+// not exist in the child).
+void resetLockFolderAfterFork();
 // The lock folder's path as lockFolderDescriptor() would use it now.
 std::string lockFolderPath();
 // The name of the lock file for a claim path inside the lock folder.
