@@ -61,9 +61,14 @@ struct FolderCache {
   std::set<std::string> refused ZT_GUARDED_BY(mutex);  // folders already logged as unusable
 };
 
-FolderCache* gFolderCache = new FolderCache;  // never destroyed: claims may run while the process exits
+// Never destroyed: claims may run while the process exits. A function-local static, so that claims
+// made by other libraries' static initialisers find it made.
+FolderCache*& folderCacheSlot() {
+  static FolderCache* cache = new FolderCache;
+  return cache;
+}
 
-FolderCache& folderCache() { return *gFolderCache; }
+FolderCache& folderCache() { return *folderCacheSlot(); }
 
 // Opens (making it when missing) a folder that only the effective user can use; -1 otherwise.
 int openPrivateFolder(const std::string& path) {
@@ -187,7 +192,7 @@ std::string lockFolderPath() {
   return base + "/zentrel-coordination-" + std::to_string(::geteuid());
 }
 
-void resetLockFolderAfterFork() { gFolderCache = new FolderCache; }
+void resetLockFolderAfterFork() { folderCacheSlot() = new FolderCache; }
 
 int lockFolderDescriptor() {
   const std::string path = lockFolderPath();
