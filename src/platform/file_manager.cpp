@@ -87,14 +87,18 @@ std::string temporarySibling(const std::string& destination) {
 }
 
 // Renames without replacing: fails with EEXIST when the destination exists. File systems without
-// RENAME_NOREPLACE get a hard link for non-folders (atomic too) and a checked rename for folders.
+// RENAME_NOREPLACE get a hard link for non-folders (atomic too) and, for folders or where hard
+// links are refused too, a rename after checking that the destination is free.
 bool renameNoReplace(const std::string& from, const std::string& to, bool isFolder) {
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
   if (errno != EINVAL && errno != ENOSYS) return false;
   if (!isFolder) {
-    if (linkat(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), 0) != 0) return false;
-    unlink(from.c_str());
-    return true;
+    if (linkat(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), 0) == 0) {
+      unlink(from.c_str());
+      return true;
+    }
+    if (errno != EPERM && errno != EOPNOTSUPP && errno != EMLINK) return false;
+    // No hard links here either: a checked rename, racy only against a writer at the same moment.
   }
   struct stat existing;
   if (lstat(to.c_str(), &existing) == 0) {

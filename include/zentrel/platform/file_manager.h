@@ -10,7 +10,9 @@
 // system's text as ZTLocalizedDescriptionKey, the path as ZTFilePathErrorKey (and the destination
 // as ZTDestinationFilePathErrorKey for two-path operations) and, when a system call failed, the
 // ZTPOSIXErrorDomain error under ZTUnderlyingErrorKey (read it with ZTError::underlyingError()),
-// so a caller can test either the file code or the errno value. Nothing throws on bad input or on
+// so a caller can test either the file code or the errno value. Questions and the source side of a
+// copy or link use the read codes (a missing item is ZTFileReadNoSuchFileError, 260); changes use
+// the write codes (a missing item is ZTFileNoSuchFileError, 4). Nothing throws on bad input or on
 // a file system that changes underneath: a file that vanishes during a walk is left out, a folder
 // that cannot be read fails the operation (or, for enumeration, goes to the error handler).
 //
@@ -241,7 +243,7 @@ class ZT_API ZTDirectoryEnumerator {
   // Do not descend into the folder nextObject() last returned.
   void skipDescendants();
 
-  // Whether the walk ended early (handler said stop, or the depth bound was hit).
+  // Whether the error handler ended the walk (it answered false or threw).
   bool wasStopped() const;
 
  private:
