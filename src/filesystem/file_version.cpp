@@ -157,7 +157,10 @@ std::optional<ZTConflictCopyName> ZTFileVersion::parseConflictCopyName(std::stri
   if (tail != 0 && (candidateName.substr(candidateName.size() - tail, 1) != "." ||
                     candidateName.substr(candidateName.size() - item.extension.size()) != item.extension))
     return std::nullopt;
-  const std::string middle(candidateName.substr(item.stem.size(), candidateName.size() - item.stem.size() - tail));
+  const std::string_view middleText = candidateName.substr(item.stem.size(), candidateName.size() - item.stem.size() - tail);
+  // Every client's name says "conflict": other names sharing the stem skip the table.
+  if (middleText.find("conflict") == std::string_view::npos) return std::nullopt;
+  const std::string middle(middleText);
   for (const ClientPattern& pattern : clientPatterns()) {
     std::smatch match;
     if (!std::regex_match(middle, match, pattern.middle)) continue;

@@ -28,6 +28,8 @@ int runCollectionsTour();
 void addFilesCommand(CLI::App& app);
 int runFilesTourWithDefaults();
 
+// `zt conflicts FILE [--keep N...] [--delete N...]`: a document's conflict copies, listed and resolved.
+void addConflictsCommand(CLI::App& app);
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool
