@@ -498,6 +498,36 @@ TEST(FilePresenter, ToldOfMovesOfItsItemAndOfItemsInItsFolder) {
   EXPECT_TRUE(ZTFileCoordinator::filePresenters().empty());
 }
 
+TEST(FilePresenter, PresentersAndWaitingClaimsInsideAMovedFolderFollowIt) {
+  ScratchFolder scratch;
+  const std::string from = scratch / "Album";
+  const std::string to = scratch / "Album 2026";
+  fs::create_directory(from);
+  std::ofstream(from + "/photo.jpg") << "jpeg";
+  auto presenter = std::make_shared<RecordingPresenter>(from + "/photo.jpg");
+  ZTFileCoordinator::addFilePresenter(presenter);
+  auto mover = ZTFileCoordinator::create();
+  std::future<std::string> readerSaw;
+  ASSERT_TRUE(mover->coordinateWritingItemAtURL(
+      from, ZTFileCoordinatorWritingForMoving, to, ZTFileCoordinatorWritingForReplacing, nullptr,
+      [&](const std::string& source, const std::string& destination) {
+        readerSaw = std::async(std::launch::async, [&] {
+          std::string seen;
+          ZTFileCoordinator::create()->coordinateReadingItemAtURL(from + "/photo.jpg", 0, nullptr,
+                                                                  [&](const std::string& p) { seen = p; });
+          return seen;
+        });
+        ASSERT_TRUE(waitFor([] { return zt::internal::waitingClaimCount() == 1; }));
+        ASSERT_EQ(std::rename(source.c_str(), destination.c_str()), 0);
+        mover->itemAtURLDidMoveToURL(source, destination);
+      }));
+  ASSERT_EQ(readerSaw.wait_for(10s), std::future_status::ready);
+  EXPECT_EQ(readerSaw.get(), to + "/photo.jpg");
+  ASSERT_TRUE(presenter->waitForEvents(1));
+  EXPECT_EQ(presenter->events(), std::vector<std::string>{"moved " + to + "/photo.jpg"});
+  ZTFileCoordinator::removeFilePresenter(presenter.get());
+}
+
 // --- across processes -------------------------------------------------------------------------
 
 TEST(FileCoordinatorAcrossProcesses, WritersInTwoProcessesNeverInterleave) {
