@@ -8,12 +8,20 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <functional>
 #include <regex>
 #include <set>
 #include <tuple>
 
+#include <plist/plist.h>
+
+#include "filesystem/internal/fs.h"
+#include "filesystem/internal/xdg_dirs.h"
+#include "zentrel/filesystem/standard_directories.h"
 #include "zentrel/filesystem/trash.h"
+#include "zentrel/platform/log.h"
 #include "zentrel/platform/file_manager.h"
 #include "zentrel/platform/mutex.h"
 
@@ -125,6 +133,194 @@ std::int64_t nanoseconds(const struct timespec& time) {
   return static_cast<std::int64_t>(time.tv_sec) * 1000000000 + time.tv_nsec;
 }
 
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+bool copyContents(int source, int target);
+
+// ---- the version store ----
+
+constexpr const char* kStoreListName = "versions.plist";
+
+struct StoredEntry {
+  std::string file;
+  double date = 0;  // seconds since the reference date
+  std::optional<std::string> savingComputer;
+  bool conflict = false;
+  bool resolved = false;
+};
+struct StoredList {
+  std::string item;
+  std::vector<StoredEntry> entries;
+};
+
+std::string storeDirectory() {
+  return zt::fs_internal::xdgDataHome(ZTHomeDirectory(), zt::fs_internal::processEnvironment()) + "/zentrel/versions";
+}
+
+std::string storeFolderFor(const std::string& itemPath) {
+  std::uint64_t hash = 1469598103934665603ull;  // FNV-1a: stable across runs and builds
+  for (const unsigned char c : itemPath) hash = (hash ^ c) * 1099511628211ull;
+  char key[17];
+  std::snprintf(key, sizeof key, "%016llx", static_cast<unsigned long long>(hash));
+  return storeDirectory() + "/" + key;
+}
+
+std::optional<std::string> stringIn(plist_t dict, const char* key) {
+  plist_t node = plist_dict_get_item(dict, key);
+  if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
+  char* value = nullptr;
+  plist_get_string_val(node, &value);
+  if (!value) return std::nullopt;
+  std::string result(value);
+  std::free(value);
+  return result;
+}
+
+// The store's list for a folder; empty when missing or unreadable.
+StoredList readStoredList(const std::string& folder) {
+  StoredList list;
+  const std::string path = folder + "/" + kStoreListName;
+  Descriptor fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (fd.get() < 0) return list;
+  struct stat info {};
+  if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > (16 << 20)) return list;
+  std::string bytes(static_cast<std::size_t>(info.st_size), '\0');
+  std::size_t got = 0;
+  while (got < bytes.size()) {  // each turn reads at least one byte or ends
+    const ssize_t n = ::read(fd.get(), bytes.data() + got, bytes.size() - got);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    got += static_cast<std::size_t>(n);
+  }
+  bytes.resize(got);
+  plist_t root = nullptr;
+  if (!bytes.empty()) plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
+  if (!root) return list;
+  if (plist_get_node_type(root) == PLIST_DICT) {
+    list.item = stringIn(root, "item").value_or("");
+    plist_t versions = plist_dict_get_item(root, "versions");
+    if (versions && plist_get_node_type(versions) == PLIST_ARRAY) {
+      const std::uint32_t count = plist_array_get_size(versions);
+      for (std::uint32_t i = 0; i < count; ++i) {
+        plist_t item = plist_array_get_item(versions, i);
+        if (!item || plist_get_node_type(item) != PLIST_DICT) continue;
+        StoredEntry entry;
+        const auto file = stringIn(item, "file");
+        if (!file || file->empty() || file->find('/') != std::string::npos || *file == "." || *file == "..") continue;
+        entry.file = *file;
+        if (plist_t date = plist_dict_get_item(item, "date"); date && plist_get_node_type(date) == PLIST_REAL)
+          plist_get_real_val(date, &entry.date);
+        entry.savingComputer = stringIn(item, "savingComputer");
+        std::uint8_t flag = 0;
+        if (plist_t conflict = plist_dict_get_item(item, "conflict"); conflict && plist_get_node_type(conflict) == PLIST_BOOLEAN) {
+          plist_get_bool_val(conflict, &flag);
+          entry.conflict = flag != 0;
+        }
+        if (plist_t resolved = plist_dict_get_item(item, "resolved"); resolved && plist_get_node_type(resolved) == PLIST_BOOLEAN) {
+          plist_get_bool_val(resolved, &flag);
+          entry.resolved = flag != 0;
+        }
+        list.entries.push_back(std::move(entry));
+      }
+    }
+  }
+  plist_free(root);
+  return list;
+}
+
+// Writes the list whole: a temporary file in the folder, flushed, renamed over the old list.
+bool writeStoredList(const std::string& folder, const StoredList& list, ZTError* error) {
+  plist_t root = plist_new_dict();
+  plist_dict_set_item(root, "item", plist_new_string(list.item.c_str()));
+  plist_t versions = plist_new_array();
+  for (const StoredEntry& entry : list.entries) {
+    plist_t item = plist_new_dict();
+    plist_dict_set_item(item, "file", plist_new_string(entry.file.c_str()));
+    plist_dict_set_item(item, "date", plist_new_real(entry.date));
+    if (entry.savingComputer) plist_dict_set_item(item, "savingComputer", plist_new_string(entry.savingComputer->c_str()));
+    plist_dict_set_item(item, "conflict", plist_new_bool(entry.conflict));
+    plist_dict_set_item(item, "resolved", plist_new_bool(entry.resolved));
+    plist_array_append_item(versions, item);
+  }
+  plist_dict_set_item(root, "versions", versions);
+  char* xml = nullptr;
+  std::uint32_t length = 0;
+  plist_to_xml(root, &xml, &length);
+  plist_free(root);
+  const std::string path = folder + "/" + kStoreListName;
+  if (!xml) {
+    ZTSetError(error, ZTFileErrorWithPOSIXCode(ENOMEM, path, false));
+    return false;
+  }
+  const std::string bytes(xml, length);
+  plist_to_xml_free(xml);
+  std::string temporary = folder + "/.versions.plist.XXXXXX";
+  Descriptor fd(::mkostemp(temporary.data(), O_CLOEXEC));
+  if (fd.get() < 0) {
+    ZTSetError(error, ZTFileErrorWithPOSIXCode(errno, path, false));
+    return false;
+  }
+  std::size_t written = 0;
+  int failure = 0;
+  while (written < bytes.size()) {  // each turn writes at least one byte or fails
+    const ssize_t n = ::write(fd.get(), bytes.data() + written, bytes.size() - written);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      failure = n < 0 ? errno : EIO;
+      break;
+    }
+    written += static_cast<std::size_t>(n);
+  }
+  if (failure == 0 && (::fsync(fd.get()) != 0 || ::rename(temporary.c_str(), path.c_str()) != 0)) failure = errno;
+  if (failure != 0) {
+    ::unlink(temporary.c_str());
+    ZTSetError(error, ZTFileErrorWithPOSIXCode(failure, path, false));
+    return false;
+  }
+  Descriptor folderFd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folderFd.get() >= 0) ::fsync(folderFd.get());
+  return true;
+}
+
+// Reads, changes and writes the item's list under a write claim on it, so that changes from this
+// and other processes do not overwrite each other. `change` answers whether anything changed.
+bool changeStoredList(const std::string& itemPath, const std::function<bool(StoredList&)>& change, ZTError* error) {
+  const std::string folder = storeFolderFor(itemPath);
+  if (!zt::fs_internal::createDirectories(folder, 0700)) {
+    ZTSetError(error, ZTFileErrorWithPOSIXCode(errno ? errno : EIO, folder, false));
+    return false;
+  }
+  bool ok = false;
+  ZTError failure;
+  const bool claimed = ZTFileCoordinator::create()->coordinateWritingItemAtURL(
+      folder + "/" + kStoreListName, ZTFileCoordinatorWritingForReplacing, &failure, [&](const std::string&) {
+        StoredList list = readStoredList(folder);
+        if (!list.item.empty() && list.item != itemPath) {
+          failure = ZTFileErrorWithPOSIXCode(EEXIST, folder, false);  // another item's list: leave it alone
+          return;
+        }
+        list.item = itemPath;
+        ok = !change(list) || writeStoredList(folder, list, &failure);
+      });
+  if (!claimed || !ok) {
+    ZTSetError(error, failure);
+    return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 struct ZTFileVersion::Impl {
@@ -142,6 +338,37 @@ struct ZTFileVersion::Impl {
       version->identityKnown_ = true;
     }
     return version;
+  }
+  static std::shared_ptr<ZTFileVersion> makeStored(const std::string& folder, const std::string& itemPath,
+                                                   const StoredEntry& entry) {
+    const std::string path = folder + "/" + entry.file;
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
+    std::shared_ptr<ZTFileVersion> version(new ZTFileVersion);
+    version->url_ = ZTFileURL::fileURLWithPath(path);
+    version->localizedName_ = lastComponent(itemPath);
+    version->modificationDate_ = ZTDate(entry.date);
+    version->device_ = info.st_dev;
+    version->inode_ = info.st_ino;
+    version->changeNanoseconds_ = nanoseconds(info.st_ctim);
+    version->identityKnown_ = true;
+    version->storeEntry_ = entry.file;
+    version->storedItemPath_ = itemPath;
+    version->storedSavingComputer_ = entry.savingComputer;
+    version->storedConflict_ = entry.conflict;
+    version->storedResolved_ = entry.resolved;
+    return version;
+  }
+  static std::vector<std::shared_ptr<ZTFileVersion>> stored(const std::string& itemPath) {
+    std::vector<std::shared_ptr<ZTFileVersion>> versions;
+    const std::string folder = storeFolderFor(itemPath);
+    const StoredList list = readStoredList(folder);
+    if (list.item != itemPath) return versions;
+    for (const StoredEntry& entry : list.entries) {
+      if (entry.conflict && entry.resolved) continue;
+      if (auto version = makeStored(folder, itemPath, entry)) versions.push_back(std::move(version));
+    }
+    return versions;
   }
   static FileKey key(const ZTFileVersion& version) {
     return {version.device_, version.inode_, version.changeNanoseconds_};
@@ -206,19 +433,89 @@ std::vector<std::shared_ptr<ZTFileVersion>> ZTFileVersion::otherVersionsOfItemAt
   ::closedir(directory);
   std::sort(versions.begin(), versions.end(),
             [](const auto& a, const auto& b) { return a->URL().path() < b->URL().path(); });
+  for (auto& version : Impl::stored(url.path())) versions.push_back(std::move(version));
   return versions;
 }
 
 std::vector<std::shared_ptr<ZTFileVersion>> ZTFileVersion::unresolvedConflictVersionsOfItemAtURL(const ZTFileURL& url) {
-  return otherVersionsOfItemAtURL(url);
+  auto versions = otherVersionsOfItemAtURL(url);
+  versions.erase(std::remove_if(versions.begin(), versions.end(), [](const auto& v) { return !v->isConflict(); }),
+                 versions.end());
+  return versions;
 }
 
+std::shared_ptr<ZTFileVersion> ZTFileVersion::addVersionOfItemAtURL(const ZTFileURL& url, const ZTFileURL& contentsURL,
+                                                                    const std::optional<std::string>& savingComputerName,
+                                                                    bool isConflict, ZTError* error) {
+  if (!url.isFileURL() || url.path().empty() || url.path() == "/" || !contentsURL.isFileURL()) {
+    ZTSetError(error, ZTError(ZTCocoaErrorDomain, ZTFileWriteInvalidFileNameError));
+    return nullptr;
+  }
+  Descriptor source(::open(contentsURL.path().c_str(), O_RDONLY | O_CLOEXEC));
+  struct stat info {};
+  if (source.get() < 0 || ::fstat(source.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    const int code = source.get() < 0 ? errno : (S_ISDIR(info.st_mode) ? EISDIR : errno);
+    ZTSetError(error, ZTFileErrorWithPOSIXCode(code, contentsURL.path(), true));
+    return nullptr;
+  }
+  const std::string folder = storeFolderFor(url.path());
+  if (!zt::fs_internal::createDirectories(folder, 0700)) {
+    ZTSetError(error, ZTFileErrorWithPOSIXCode(errno ? errno : EIO, folder, false));
+    return nullptr;
+  }
+  const std::string extension(splitName(lastComponent(url.path())).extension);
+  const std::string suffix = extension.empty() ? std::string() : "." + extension;
+  std::string copyPath = folder + "/version-XXXXXX" + suffix;
+  Descriptor copy(::mkostemps(copyPath.data(), static_cast<int>(suffix.size()), O_CLOEXEC));
+  if (copy.get() < 0) {
+    ZTSetError(error, ZTFileErrorWithPOSIXCode(errno, folder, false));
+    return nullptr;
+  }
+  // The copy is not listed until the property list names it, so a failure leaves nothing behind.
+  if (!copyContents(source.get(), copy.get()) || ::fsync(copy.get()) != 0) {
+    const int code = errno;
+    ::unlink(copyPath.c_str());
+    ZTSetError(error, ZTFileErrorWithPOSIXCode(code, copyPath, false));
+    return nullptr;
+  }
+  StoredEntry entry;
+  entry.file = lastComponent(copyPath);
+  entry.date = dateOf(info.st_mtim).timeIntervalSinceReferenceDate();
+  entry.savingComputer = savingComputerName;
+  entry.conflict = isConflict;
+  if (!changeStoredList(url.path(), [&](StoredList& list) { list.entries.push_back(entry); return true; }, error)) {
+    ::unlink(copyPath.c_str());
+    return nullptr;
+  }
+  return Impl::makeStored(folder, url.path(), entry);
+}
+
+std::string ZTFileVersion::versionStoreDirectory() { return storeDirectory(); }
+
 bool ZTFileVersion::isResolved() const {
+  if (isStored()) return storedConflict_ && storedResolved_.load();
   if (!isConflict() || !identityKnown_) return false;
   return isMarkedResolved(Impl::key(*this));
 }
 
 void ZTFileVersion::setResolved(bool resolved) {
+  if (isStored()) {
+    if (!storedConflict_) return;
+    storedResolved_ = resolved;
+    ZTError error;
+    const std::string entryName = storeEntry_;
+    const bool written = changeStoredList(storedItemPath_, [&](StoredList& list) {
+      for (StoredEntry& entry : list.entries)
+        if (entry.file == entryName) {
+          if (entry.resolved == resolved) return false;
+          entry.resolved = resolved;
+          return true;
+        }
+      return false;
+    }, &error);
+    if (!written) ZTLogf("ERROR: could not record the resolved mark of %s: %s", url_.path().c_str(), error.description().c_str());
+    return;
+  }
   if (!isConflict() || !identityKnown_) return;
   auto& marks = resolvedMarks();
   ZTLockGuard lock(marks.mutex);
@@ -229,17 +526,18 @@ void ZTFileVersion::setResolved(bool resolved) {
 }
 
 std::optional<std::string> ZTFileVersion::localizedNameOfSavingComputer() const {
+  if (isStored()) return storedSavingComputer_;
   if (!conflict_) return std::nullopt;
   return conflict_->deviceName;
 }
 
 std::string ZTFileVersion::description() const {
-  return "<ZTFileVersion: " + url_.path() + (isConflict() ? " conflict>" : ">");
+  return "<ZTFileVersion: " + url_.path() + (isStored() ? " stored" : "") + (isConflict() ? " conflict>" : ">");
 }
 
 namespace {
 
-// Copies the file open at `source` (of `size` bytes) to `target`, both open descriptors.
+// Copies the rest of the file open at `source` to `target`.
 bool copyContents(int source, int target) {
   bool useCopyRange = true;
   char buffer[1 << 16];
@@ -272,20 +570,6 @@ bool copyContents(int source, int target) {
     }
   }
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 // Writes the contents of `sourcePath` over `targetPath` through a hidden temporary file beside it.
 bool replaceWholeFile(const std::string& sourcePath, const std::string& targetPath, ZTError* error) {
@@ -351,9 +635,21 @@ std::optional<ZTFileURL> ZTFileVersion::replaceItemAtURL(const ZTFileURL& url, s
 }
 
 bool ZTFileVersion::removeAndReturnError(ZTError* error) {
-  if (!isConflict()) {
+  if (!isConflict() && !isStored()) {
     ZTSetError(error, ZTFileErrorWithPOSIXCode(EPERM, url_.path(), false));
     return false;
   }
-  return zt::moveItemToTrash(url_.path(), error).has_value();
+  if (!zt::moveItemToTrash(url_.path(), error).has_value()) return false;
+  if (!isStored()) return true;
+  const std::string entryName = storeEntry_;
+  // The copy is in the trash already; an entry left behind is skipped by listings (its copy is gone).
+  if (!changeStoredList(storedItemPath_, [&](StoredList& list) {
+        const auto before = list.entries.size();
+        list.entries.erase(std::remove_if(list.entries.begin(), list.entries.end(),
+                                          [&](const StoredEntry& e) { return e.file == entryName; }),
+                           list.entries.end());
+        return list.entries.size() != before;
+      }, nullptr))
+    ZTLogf("ERROR: could not remove %s from the version store's list", url_.path().c_str());
+  return true;
 }

@@ -204,6 +204,71 @@ TEST(FileVersionListing, ResolvedCopiesLeaveTheListUntilUnmarked) {
   EXPECT_EQ(ZTFileVersion::unresolvedConflictVersionsOfItemAtURL(fileURL(doc.item)).size(), 1u);
 }
 
+// ---- the version store ----------------------------------------------------------------------
+
+TEST(FileVersionStore, KeepsAnApplicationsVersionsWithTheirDetails) {
+  Document doc;
+  writeFile(doc.scratch / "draft.pdf", "draft from the laptop");
+  setModificationTime(doc.scratch / "draft.pdf", localDate(2024, 3, 5, 14, 7, 33));
+  ZTError error;
+  const auto conflict = ZTFileVersion::addVersionOfItemAtURL(fileURL(doc.item), fileURL(doc.scratch / "draft.pdf"),
+                                                             std::string("laptop"), true, &error);
+  ASSERT_TRUE(conflict) << error.description();
+  EXPECT_TRUE(conflict->isStored());
+  EXPECT_TRUE(conflict->isConflict());
+  EXPECT_EQ(conflict->localizedName(), "Report.pdf");
+  EXPECT_EQ(conflict->localizedNameOfSavingComputer(), "laptop");
+  EXPECT_EQ(conflict->modificationDate(), localDate(2024, 3, 5, 14, 7, 33));
+  EXPECT_EQ(conflict->URL().path().rfind(doc.scratch / "data/zentrel/versions/", 0), 0u) << conflict->URL().path();
+  EXPECT_EQ(readFile(conflict->URL().path()), "draft from the laptop");
+  const auto kept = ZTFileVersion::addVersionOfItemAtURL(fileURL(doc.item), fileURL(doc.item), std::nullopt, false);
+  ASSERT_TRUE(kept);
+
+  EXPECT_EQ(ZTFileVersion::otherVersionsOfItemAtURL(fileURL(doc.item)).size(), 2u);
+  auto conflicts = ZTFileVersion::unresolvedConflictVersionsOfItemAtURL(fileURL(doc.item));
+  ASSERT_EQ(conflicts.size(), 1u);
+  EXPECT_EQ(conflicts[0]->localizedNameOfSavingComputer(), "laptop");
+  EXPECT_EQ(zt::allVersionsOfItemAtURL(fileURL(doc.item)).size(), 3u);
+
+  // The resolved mark is kept in the store, so a fresh listing (another process, say) sees it.
+  conflicts[0]->setResolved(true);
+  EXPECT_TRUE(ZTFileVersion::unresolvedConflictVersionsOfItemAtURL(fileURL(doc.item)).empty());
+  const std::string folder = conflict->URL().path().substr(0, conflict->URL().path().rfind('/'));
+  conflicts[0]->setResolved(false);
+
+  // Removing a stored conflict puts its copy in the trash and takes it off the list.
+  conflicts = ZTFileVersion::unresolvedConflictVersionsOfItemAtURL(fileURL(doc.item));
+  ASSERT_EQ(conflicts.size(), 1u);
+  EXPECT_TRUE(zt::removeConflictFileVersions(conflicts, nullptr, &error)) << error.description();
+  EXPECT_FALSE(zt::test::exists(conflict->URL().path()));
+  EXPECT_EQ(readFile(doc.trashed(conflict->URL().path().substr(folder.size() + 1))), "draft from the laptop");
+  EXPECT_EQ(readFile(folder + "/versions.plist").find("laptop"), std::string::npos);
+  EXPECT_EQ(ZTFileVersion::otherVersionsOfItemAtURL(fileURL(doc.item)).size(), 1u);
+  EXPECT_EQ(readFile(doc.item), "current");
+}
+
+TEST(FileVersionStore, BadContentsAndABrokenListLeaveNothingHalfDone) {
+  Document doc;
+  ZTError error;
+  EXPECT_FALSE(ZTFileVersion::addVersionOfItemAtURL(fileURL(doc.item), fileURL(doc.scratch / "missing.pdf"),
+                                                    std::nullopt, true, &error));
+  EXPECT_EQ(error.code(), ZTFileReadNoSuchFileError);
+  EXPECT_FALSE(ZTFileVersion::addVersionOfItemAtURL(fileURL(doc.item), fileURL(doc.scratch / "docs"), std::nullopt,
+                                                    true, &error));
+  EXPECT_TRUE(ZTFileVersion::otherVersionsOfItemAtURL(fileURL(doc.item)).empty());
+
+  const auto first = ZTFileVersion::addVersionOfItemAtURL(fileURL(doc.item), fileURL(doc.item), std::nullopt, true);
+  ASSERT_TRUE(first);
+  const std::string folder = first->URL().path().substr(0, first->URL().path().rfind('/'));
+  writeFile(folder + "/versions.plist", "<?xml version=\"1.0\"?><plist><dict><key>item</key>");
+  EXPECT_TRUE(ZTFileVersion::otherVersionsOfItemAtURL(fileURL(doc.item)).empty()) << "an unreadable list is empty";
+  EXPECT_TRUE(ZTFileVersion::addVersionOfItemAtURL(fileURL(doc.item), fileURL(doc.item), std::nullopt, true));
+  EXPECT_EQ(ZTFileVersion::otherVersionsOfItemAtURL(fileURL(doc.item)).size(), 1u);
+  const auto names = namesIn(folder);
+  EXPECT_EQ(std::count_if(names.begin(), names.end(), [](const std::string& n) { return n[0] == '.'; }), 0)
+      << "no temporary list left";
+}
+
 // ---- names -------------------------------------------------------------------------------------
 
 TEST(ConflictFileNames, NameDeviceAndWeekBasedYear) {

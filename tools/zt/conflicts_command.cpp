@@ -47,11 +47,11 @@ void listVersions(const ZTFileVersionList& versions) {
     const auto& v = versions[i];
     std::cout << "  " << i << "  ";
     if (!v->isConflict()) {
-      std::cout << "current        " << shownDate(v->modificationDate()) << "  " << v->URL().path() << "\n";
+      std::cout << (v->isStored() ? "kept version   " : "current        ") << shownDate(v->modificationDate()) << "  " << v->URL().path() << "\n";
       continue;
     }
-    const auto& name = *v->conflictCopyName();
-    std::cout << name.syncClient << " copy, " << (v->localizedNameOfSavingComputer() ? "from " + *v->localizedNameOfSavingComputer() : std::string("device not named"))
+    const std::string kind = v->conflictCopyName() ? v->conflictCopyName()->syncClient + " copy" : "kept by an application";
+    std::cout << kind << ", " << (v->localizedNameOfSavingComputer() ? "from " + *v->localizedNameOfSavingComputer() : std::string("device not named"))
               << ", modified " << shownDate(v->modificationDate()) << "\n     " << v->URL().path() << "\n";
   }
 }
@@ -96,8 +96,8 @@ int runConflicts(const std::string& file, const std::vector<std::size_t>& keep, 
   }
   for (const auto& v : deleting)
     if (!v->isConflict()) {
-      std::cerr << "zt conflicts: version 0 is the document itself; leave it out of --delete and keep nothing "
-                   "else to remove it, or keep another version to replace it\n";
+      std::cerr << "zt conflicts: only conflict copies can be deleted; to remove the document itself, delete "
+                   "its copies and keep nothing\n";
       return 2;
     }
 

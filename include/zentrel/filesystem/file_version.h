@@ -24,6 +24,17 @@
 // and status-change time), not its name, and is lost when the file is renamed or its permissions
 // change. Marks are not kept across processes.
 //
+// The version store: an application may also keep versions of its own (addVersionOfItemAtURL).
+// They are copies kept under $XDG_DATA_HOME/zentrel/versions/<key of the item's path>/, listed in
+// a property list (versions.plist) with their date, saving-computer name, conflict and resolved
+// flags. The property list is rewritten whole (temporary file, fsync, rename) under a write claim
+// of file coordination, so processes using the library update it one at a time. Stored versions
+// are other versions of the item; those added as conflicts are conflict versions, and their
+// resolved mark is kept in the store across processes. A stored version is keyed by the item's
+// path: after the item moves, its stored versions are no longer found. An entry whose copy has
+// vanished is skipped; an unreadable property list counts as an empty store and is replaced on
+// the next change.
+//
 // Threads: versions are created by the listing functions and held by std::shared_ptr. All
 // functions may be called from any thread; the resolved flag is guarded. Two versions are the same
 // version when they name the same path (operator== compares paths), since every listing makes new
@@ -31,6 +42,7 @@
 //
 // Bad input: a URL that is not a file URL, an empty or missing item, an unreadable folder give
 // nullptr / an empty list, never an exception.
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -61,22 +73,34 @@ class ZT_API ZTFileVersion : public std::enable_shared_from_this<ZTFileVersion> 
 
   // The item itself, or nullptr when nothing is at the URL (or it is not a file URL).
   [[nodiscard]] static std::shared_ptr<ZTFileVersion> currentVersionOfItemAtURL(const ZTFileURL& url);
-  // The conflict copies beside the item that are not marked resolved, sorted by name. Found also
-  // when the item itself is gone. Empty when there are none or the folder cannot be read.
+  // The conflict copies beside the item that are not marked resolved, sorted by name, then the
+  // item's stored versions (but resolved stored conflicts) in the order they were added. Found
+  // also when the item itself is gone. Empty when there are none or nothing can be read.
   [[nodiscard]] static std::vector<std::shared_ptr<ZTFileVersion>> otherVersionsOfItemAtURL(const ZTFileURL& url);
-  // The same list: every other version here is a conflict.
+  // Those of the other versions that are conflicts.
   [[nodiscard]] static std::vector<std::shared_ptr<ZTFileVersion>> unresolvedConflictVersionsOfItemAtURL(
       const ZTFileURL& url);
+  // Keeps a copy of the file at `contentsURL` in the version store as a version of the item at
+  // `url` (which need not exist), dated with the contents' modification time. nullptr with a
+  // ZTCocoaErrorDomain file error when the contents cannot be read or the store cannot be written;
+  // nothing is half added.
+  [[nodiscard]] static std::shared_ptr<ZTFileVersion> addVersionOfItemAtURL(
+      const ZTFileURL& url, const ZTFileURL& contentsURL, const std::optional<std::string>& savingComputerName,
+      bool isConflict, ZTError* error = nullptr);
+  // The folder of the version store ($XDG_DATA_HOME/zentrel/versions, read at each call).
+  [[nodiscard]] static std::string versionStoreDirectory();
 
   ZTFileVersion(const ZTFileVersion&) = delete;
   ZTFileVersion& operator=(const ZTFileVersion&) = delete;
 
   const ZTFileURL& URL() const { return url_; }
-  // True for conflict copies, false for the current version.
-  bool isConflict() const { return conflict_.has_value(); }
+  // True for conflict copies and stored conflicts, false for the current version.
+  bool isConflict() const { return conflict_.has_value() || storedConflict_; }
+  // True for versions kept in the version store.
+  bool isStored() const { return !storeEntry_.empty(); }
   bool isResolved() const;
-  // Marks a conflict copy resolved (it leaves later listings) or not. No effect on the current
-  // version.
+  // Marks a conflict resolved (it leaves later listings) or not; for a stored version the mark
+  // is written to the store (a failure to write it is logged). No effect on other versions.
   void setResolved(bool resolved);
   // The file's modification time when it was listed; nullopt if it could not be read.
   const std::optional<ZTDate>& modificationDate() const { return modificationDate_; }
@@ -85,7 +109,7 @@ class ZT_API ZTFileVersion : public std::enable_shared_from_this<ZTFileVersion> 
   // The device or user the conflict copy's name names; nullopt for the current version and for
   // copies whose client does not write one.
   std::optional<std::string> localizedNameOfSavingComputer() const;
-  // For conflict copies: what the name says.
+  // For conflict copies beside the item: what the name says (nullopt for stored versions).
   const std::optional<ZTConflictCopyName>& conflictCopyName() const { return conflict_; }
 
   // Writes this version's contents over the item at `url` (or creates it), under a read claim on
@@ -99,8 +123,9 @@ class ZT_API ZTFileVersion : public std::enable_shared_from_this<ZTFileVersion> 
   [[nodiscard]] std::optional<ZTFileURL> replaceItemAtURL(const ZTFileURL& url, std::uint64_t options = 0,
                                                           ZTError* error = nullptr,
                                                           const std::shared_ptr<ZTFileCoordinator>& fileCoordinator = nullptr);
-  // Removes a conflict copy by moving it to the freedesktop trash (with its .trashinfo), so the
-  // desktop's trash can give it back; see zentrel/filesystem/trash.h. Takes no coordination claim:
+  // Removes a conflict copy or a stored version by moving its file to the freedesktop trash (with
+  // its .trashinfo), so the desktop's trash can give it back; see zentrel/filesystem/trash.h. A
+  // stored version also leaves the store's list. Takes no coordination claim on the version:
   // callers that coordinate hold a write claim for deleting around it. The current version cannot
   // remove itself: false with ZTFileWriteNoPermissionError. A copy that has vanished: false with
   // the trash's ZTPOSIXErrorDomain error (ENOENT).
@@ -124,4 +149,10 @@ class ZT_API ZTFileVersion : public std::enable_shared_from_this<ZTFileVersion> 
   std::uint64_t inode_ = 0;
   std::int64_t changeNanoseconds_ = 0;
   bool identityKnown_ = false;
+  // Stored versions: the store folder's entry name, the saving computer and flags.
+  std::string storeEntry_;
+  std::string storedItemPath_;
+  std::optional<std::string> storedSavingComputer_;
+  bool storedConflict_ = false;
+  std::atomic<bool> storedResolved_{false};
 };
