@@ -90,6 +90,7 @@ std::optional<ZTDate> dateFromName(const std::string& date, const std::string& t
     return std::nullopt;
   std::tm normalised = parts;
   normalised.tm_isdst = -1;
+  errno = 0;
   const std::time_t seconds = std::mktime(&normalised);
   if (seconds == static_cast<std::time_t>(-1) && errno == EOVERFLOW) return std::nullopt;
   if (normalised.tm_mday != parts.tm_mday || normalised.tm_mon != parts.tm_mon) return std::nullopt;  // 31 April
@@ -417,10 +418,9 @@ std::vector<std::shared_ptr<ZTFileVersion>> ZTFileVersion::otherVersionsOfItemAt
   const std::string folder = parentOf(url.path());
   const std::string itemName = lastComponent(url.path());
   DIR* directory = ::opendir(folder.c_str());
-  if (!directory) return versions;
-  const int folderFd = ::dirfd(directory);
+  const int folderFd = directory ? ::dirfd(directory) : -1;
   // readdir ends after the folder's last entry: the loop is bounded by the folder's size.
-  while (const struct dirent* entry = ::readdir(directory)) {
+  while (const struct dirent* entry = directory ? ::readdir(directory) : nullptr) {
     const std::string_view name(entry->d_name);
     std::optional<ZTConflictCopyName> conflict = parseConflictCopyName(itemName, name);
     if (!conflict) continue;
@@ -430,7 +430,7 @@ std::vector<std::shared_ptr<ZTFileVersion>> ZTFileVersion::otherVersionsOfItemAt
     versions.push_back(Impl::make(folder == "/" ? "/" + std::string(name) : folder + "/" + std::string(name),
                                   itemName, std::move(conflict), &info));
   }
-  ::closedir(directory);
+  if (directory) ::closedir(directory);
   std::sort(versions.begin(), versions.end(),
             [](const auto& a, const auto& b) { return a->URL().path() < b->URL().path(); });
   for (auto& version : Impl::stored(url.path())) versions.push_back(std::move(version));

@@ -245,6 +245,10 @@ TEST(FileVersionStore, KeepsAnApplicationsVersionsWithTheirDetails) {
   EXPECT_EQ(readFile(folder + "/versions.plist").find("laptop"), std::string::npos);
   EXPECT_EQ(ZTFileVersion::otherVersionsOfItemAtURL(fileURL(doc.item)).size(), 1u);
   EXPECT_EQ(readFile(doc.item), "current");
+
+  // Stored versions outlive the document and its folder.
+  std::filesystem::remove_all(doc.scratch / "docs");
+  EXPECT_EQ(ZTFileVersion::otherVersionsOfItemAtURL(fileURL(doc.item)).size(), 1u);
 }
 
 TEST(FileVersionStore, BadContentsAndABrokenListLeaveNothingHalfDone) {
