@@ -11,11 +11,12 @@
 #include <cstdlib>
 #include <ctime>
 #include <functional>
-#include <regex>
 #include <set>
 #include <tuple>
 
 #include <plist/plist.h>
+#include <unicode/regex.h>
+#include <unicode/unistr.h>
 
 #include "filesystem/internal/fs.h"
 #include "filesystem/internal/xdg_dirs.h"
@@ -38,28 +39,47 @@ NameParts splitName(std::string_view name) {
   return {name.substr(0, dot), name.substr(dot + 1)};
 }
 
-// One row per sync client. `middle` matches what the client puts between the stem and the
-// extension; the group numbers say where the device, the date and the time are (0: absent).
+// One row per sync client. `middle` (an ICU regular expression) matches what the client puts
+// between the stem and the extension; the group numbers say where the device, the date and the
+// time are (0: absent).
 enum class DateForm { Compact, Dashed };  // "20240305" / "2024-03-05"
 struct ClientPattern {
   const char* client;
-  std::regex middle;
+  std::unique_ptr<icu::RegexPattern> middle;
   int deviceGroup;
   int dateGroup;
   int timeGroup;
   DateForm dateForm;
 };
 
+std::unique_ptr<icu::RegexPattern> compiled(const char* expression) {
+  UErrorCode status = U_ZERO_ERROR;
+  UParseError where{};
+  std::unique_ptr<icu::RegexPattern> pattern(
+      icu::RegexPattern::compile(icu::UnicodeString::fromUTF8(expression), where, status));
+  return U_SUCCESS(status) ? std::move(pattern) : nullptr;
+}
+
 const std::vector<ClientPattern>& clientPatterns() {
-  static const auto* patterns = new std::vector<ClientPattern>{
-      {"Syncthing", std::regex(R"(^\.sync-conflict-(\d{8})-(\d{6})-([A-Za-z0-9]+)$)"), 3, 1, 2, DateForm::Compact},
-      {"Nextcloud", std::regex(R"(^ \(conflicted copy (?:(.+) )?(\d{4}-\d{2}-\d{2}) (\d{6})\)$)"), 1, 2, 3,
-       DateForm::Dashed},
-      {"Nextcloud", std::regex(R"(^_conflict-(\d{8})-(\d{6})$)"), 0, 1, 2, DateForm::Compact},
-      {"Dropbox", std::regex(R"(^ \((.+)(?:'|\xE2\x80\x99)s conflicted copy (\d{4}-\d{2}-\d{2})\)(?: \(\d+\))?$)"), 1,
-       2, 0, DateForm::Dashed},
-  };
+  static const auto* patterns = [] {
+    auto* table = new std::vector<ClientPattern>;
+    table->push_back({"Syncthing", compiled(R"(^\.sync-conflict-([0-9]{8})-([0-9]{6})-([A-Za-z0-9]+)$)"), 3, 1, 2,
+                      DateForm::Compact});
+    table->push_back({"Nextcloud", compiled(R"(^ \(conflicted copy (?:(.+) )?([0-9]{4}-[0-9]{2}-[0-9]{2}) ([0-9]{6})\)$)"),
+                      1, 2, 3, DateForm::Dashed});
+    table->push_back({"Nextcloud", compiled(R"(^_conflict-([0-9]{8})-([0-9]{6})$)"), 0, 1, 2, DateForm::Compact});
+    table->push_back({"Dropbox",
+                      compiled(R"(^ \((.+)(?:'|\x{2019})s conflicted copy ([0-9]{4}-[0-9]{2}-[0-9]{2})\)(?: \([0-9]+\))?$)"),
+                      1, 2, 0, DateForm::Dashed});
+    return table;
+  }();
   return *patterns;
+}
+
+std::string utf8(const icu::UnicodeString& text) {
+  std::string result;
+  text.toUTF8String(result);
+  return result;
 }
 
 int digits(const std::string& text, std::size_t at, std::size_t count) {
@@ -167,7 +187,10 @@ struct StoredList {
 };
 
 std::string storeDirectory() {
-  return zt::fs_internal::xdgDataHome(ZTHomeDirectory(), zt::fs_internal::processEnvironment()) + "/zentrel/versions";
+  // XDG_DATA_HOME is read at each call; the home folder is asked of the user database once (the
+  // lookup reads /etc/passwd, which would otherwise cost every listing).
+  static const std::string home = ZTHomeDirectory();
+  return zt::fs_internal::xdgDataHome(home, zt::fs_internal::processEnvironment()) + "/zentrel/versions";
 }
 
 std::string storeFolderFor(const std::string& itemPath) {
@@ -388,17 +411,23 @@ std::optional<ZTConflictCopyName> ZTFileVersion::parseConflictCopyName(std::stri
   const std::string_view middleText = candidateName.substr(item.stem.size(), candidateName.size() - item.stem.size() - tail);
   // Every client's name says "conflict": other names sharing the stem skip the table.
   if (middleText.find("conflict") == std::string_view::npos) return std::nullopt;
-  const std::string middle(middleText);
+  const icu::UnicodeString middle =
+      icu::UnicodeString::fromUTF8(icu::StringPiece(middleText.data(), static_cast<std::int32_t>(middleText.size())));
   for (const ClientPattern& pattern : clientPatterns()) {
-    std::smatch match;
-    if (!std::regex_match(middle, match, pattern.middle)) continue;
-    const std::string time = pattern.timeGroup ? match[pattern.timeGroup].str() : std::string();
-    const std::optional<ZTDate> date = dateFromName(match[pattern.dateGroup].str(), time, pattern.dateForm);
-    if (!date) return std::nullopt;
+    if (!pattern.middle) continue;
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<icu::RegexMatcher> match(pattern.middle->matcher(middle, status));
+    if (U_FAILURE(status) || !match->matches(status) || U_FAILURE(status)) continue;
+    const auto group = [&](int n) { return utf8(match->group(n, status)); };
+    const std::string time = pattern.timeGroup ? group(pattern.timeGroup) : std::string();
+    const std::optional<ZTDate> date = dateFromName(group(pattern.dateGroup), time, pattern.dateForm);
+    if (!date || U_FAILURE(status)) return std::nullopt;
     ZTConflictCopyName result;
     result.syncClient = pattern.client;
-    if (pattern.deviceGroup && match[pattern.deviceGroup].matched && match[pattern.deviceGroup].length() > 0)
-      result.deviceName = match[pattern.deviceGroup].str();
+    if (pattern.deviceGroup) {
+      const std::string device = group(pattern.deviceGroup);
+      if (!device.empty()) result.deviceName = device;
+    }
     result.nameDate = *date;
     return result;
   }
