@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -17,18 +18,13 @@ namespace {
 using namespace std::chrono_literals;
 using zt::test::ScratchFolder;
 
-// The lock folder of this test run, never the user's own.
+// Lock files of these tests go to a folder of the tests' own, never the user's. One fixed folder,
+// reused by every run: death-test children of this binary start it again and end without cleaning
+// up, so a folder per process would pile up.
 const bool kPrivateLockFolder = [] {
-  static std::string base;
-  char pattern[] = "/tmp/zt-coordinated-ops-test-XXXXXX";
-  if (const char* made = ::mkdtemp(pattern)) {
-    base = made;
-    ::setenv("XDG_RUNTIME_DIR", base.c_str(), 1);
-    std::atexit([] {
-      std::error_code ignored;
-      std::filesystem::remove_all(base, ignored);
-    });
-  }
+  static const std::string base = "/tmp/zt-coordinated-ops-tests-" + std::to_string(::geteuid());
+  ::mkdir(base.c_str(), 0700);
+  ::setenv("XDG_RUNTIME_DIR", base.c_str(), 1);
   return true;
 }();
 
