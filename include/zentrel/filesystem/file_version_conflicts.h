@@ -43,7 +43,8 @@ using ZTResolveConflictsProgressHandler = std::function<void(std::uint64_t proce
 using ZTResolveConflictsCompletionHandler =
     std::function<void(std::uint64_t totalVersionsCount, const std::shared_ptr<ZTFileVersion>& version)>;
 // The flow ended on an error: the version that failed (null only when the save folder could not be
-// created) and the error.
+// created) and the error (empty, code 0, when a version to delete was not a conflict version or
+// the claim on it could not be had).
 using ZTResolveConflictsErrorHandler =
     std::function<void(const std::shared_ptr<ZTFileVersion>& failedFileVersion, const ZTError& error)>;
 
