@@ -44,6 +44,8 @@ int runSysinfoWithDefaults();
 // `zt guard --id ID [--retry] -- CMD [ARGS]`: runs a command under the crash guard.
 void addGuardCommand(CLI::App& app);
 
+// `zt conflicts FILE [--keep N...] [--delete N...]`: a document's conflict copies, listed and resolved.
+void addConflictsCommand(CLI::App& app);
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
   ztool::addOperationsCommand(app);
   ztool::addCollectionsCommand(app);
   ztool::addFilesCommand(app);
+  ztool::addConflictsCommand(app);
   ztool::addGeometryCommand(app);
   ztool::addTextCommand(app);
   ztool::addWatchCommand(app);
