@@ -37,8 +37,8 @@ std::optional<std::string> resolvedFolder(const std::string& folder) {
   return std::string(buffer);
 }
 
-std::uint64_t fnv1a(std::string_view text, std::uint64_t seed) {
-  std::uint64_t hash = seed;
+std::uint64_t fnv1a(std::string_view text, std::uint64_t offsetBasis) {
+  std::uint64_t hash = offsetBasis;
   for (const unsigned char c : text) {
     hash ^= c;
     hash *= 1099511628211ull;
