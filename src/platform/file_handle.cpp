@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <string>
@@ -96,23 +97,21 @@ int ZTFileHandle::fileDescriptor() const {
   return descriptor_;
 }
 
-std::optional<ZTBytes> ZTFileHandle::readDataUpToLength(std::size_t length, ZTError* error) {
-  ZTLockGuard lock(mutex_);
-  if (descriptor_ < 0) {
-    fail(error, EBADF, path_, true);
-    return std::nullopt;
-  }
+namespace {
+// Reads until `limit` bytes, the end, or a failure (then errno is in `failure`). The buffer starts at
+// `expected` bytes, or one chunk, and doubles as data arrives, so a huge limit on a short source
+// costs nothing. Memory that cannot be had fails with EFBIG.
+std::optional<ZTBytes> readUpTo(int descriptor, std::size_t limit, std::size_t expected, int& failure) {
   ZTBytes data;
   try {
-    // Grows with what arrives, so a huge length asked of a short file costs nothing.
-    data.resize(std::min(length, kReadChunk));
+    data.resize(std::min(limit, expected ? expected : kReadChunk));
     std::size_t total = 0;
-    while (total < length) {  // each turn reads at least one byte or ends
-      if (data.size() == total) data.resize(std::min(length, data.size() * 2));
-      const ssize_t count = ::read(descriptor_, data.data() + total, data.size() - total);
+    while (total < limit) {  // each turn reads at least one byte, ends, or fails
+      if (data.size() == total) data.resize(std::min(limit, std::max(kReadChunk, data.size() * 2)));
+      const ssize_t count = ::read(descriptor, data.data() + total, data.size() - total);
       if (count < 0) {
         if (errno == EINTR) continue;
-        fail(error, errno, path_, true);
+        failure = errno;
         return std::nullopt;
       }
       if (count == 0) break;
@@ -120,44 +119,40 @@ std::optional<ZTBytes> ZTFileHandle::readDataUpToLength(std::size_t length, ZTEr
     }
     data.resize(total);
   } catch (const std::bad_alloc&) {
-    fail(error, EFBIG, path_, true);
+    failure = EFBIG;
     return std::nullopt;
   }
+  return data;
+}
+}  // namespace
+
+std::optional<ZTBytes> ZTFileHandle::readDataUpToLength(std::size_t length, ZTError* error) {
+  ZTLockGuard lock(mutex_);
+  int failure = descriptor_ < 0 ? EBADF : 0;
+  std::optional<ZTBytes> data;
+  if (!failure) data = readUpTo(descriptor_, length, 0, failure);
+  if (failure) fail(error, failure, path_, true);
   return data;
 }
 
 std::optional<ZTBytes> ZTFileHandle::readDataToEndOfFile(ZTError* error) {
   ZTLockGuard lock(mutex_);
-  if (descriptor_ < 0) {
-    fail(error, EBADF, path_, true);
-    return std::nullopt;
-  }
-  ZTBytes data;
-  try {
+  int failure = descriptor_ < 0 ? EBADF : 0;
+  std::optional<ZTBytes> data;
+  if (!failure) {
+    // A regular file says how much is left; one byte more lets the last read find the end.
+    std::size_t expected = 0;
     struct stat info;
-    if (fstat(descriptor_, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0) {
+    if (fstat(descriptor_, &info) == 0 && S_ISREG(info.st_mode)) {
       const off_t offset = lseek(descriptor_, 0, SEEK_CUR);
-      if (offset >= 0 && offset < info.st_size) data.reserve(static_cast<std::size_t>(info.st_size - offset));
+      if (offset >= 0 && offset < info.st_size && static_cast<std::size_t>(info.st_size - offset) < kMaximumReadToEnd)
+        expected = static_cast<std::size_t>(info.st_size - offset) + 1;
     }
-    std::size_t total = 0;
-    for (;;) {  // each turn reads at least one byte, ends, or fails; bounded by kMaximumReadToEnd
-      if (total >= kMaximumReadToEnd) {
-        fail(error, EFBIG, path_, true);
-        return std::nullopt;
-      }
-      if (data.size() < total + kReadChunk) data.resize(total + kReadChunk);
-      const ssize_t count = ::read(descriptor_, data.data() + total, data.size() - total);
-      if (count < 0) {
-        if (errno == EINTR) continue;
-        fail(error, errno, path_, true);
-        return std::nullopt;
-      }
-      if (count == 0) break;
-      total += static_cast<std::size_t>(count);
-    }
-    data.resize(total);
-  } catch (const std::bad_alloc&) {
-    fail(error, EFBIG, path_, true);
+    data = readUpTo(descriptor_, kMaximumReadToEnd + 1, expected, failure);
+    if (data && data->size() > kMaximumReadToEnd) failure = EFBIG;  // a source that never ends
+  }
+  if (failure) {
+    fail(error, failure, path_, true);
     return std::nullopt;
   }
   return data;
