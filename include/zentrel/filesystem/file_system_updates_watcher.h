@@ -63,6 +63,7 @@
 #include <vector>
 
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/file_manager.h"
 #include "zentrel/platform/value.h"
 
 class ZTFileSystemUpdatesWatcher;
@@ -87,9 +88,9 @@ class ZT_API ZTFileSystemUpdatesWatcher : public std::enable_shared_from_this<ZT
  public:
   using Seconds = std::chrono::duration<double>;
 
-  // The keys of a file state.
-  static constexpr const char* kModificationDateKey = "NSFileModificationDate";
-  static constexpr const char* kSizeKey = "NSFileSize";
+  // The keys of a file state: the file manager's attribute keys, so a state reads like attributes.
+  static constexpr const char* kModificationDateKey = ZTFileModificationDate;
+  static constexpr const char* kSizeKey = ZTFileSize;
   static constexpr Seconds kDefaultSettleInterval{1.0};
 
   // A watcher of one item / of the listed items (in this order; indexes below refer to it), every
