@@ -123,38 +123,4 @@ std::size_t fileSize(const std::string& path) {
   return ::stat(path.c_str(), &st) == 0 ? static_cast<std::size_t>(st.st_size) : 0;
 }
 
-LogCapture::LogCapture() : state_(std::make_shared<State>()) {
-  ZTSetLogSink([state = state_](std::string_view line) {
-    ZTLockGuard lock(state->mutex);
-    state->lines.emplace_back(line);
-  });
-}
-
-LogCapture::~LogCapture() { ZTSetLogSink({}); }
-
-std::vector<std::string> LogCapture::lines() const {
-  ZTLockGuard lock(state_->mutex);
-  return state_->lines;
-}
-
-ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name_(name) {
-  if (const char* old = std::getenv(name)) {
-    hadValue_ = true;
-    oldValue_ = old;
-  }
-  if (value != nullptr) {
-    ::setenv(name, value, 1);
-  } else {
-    ::unsetenv(name);
-  }
-}
-
-ScopedEnvironment::~ScopedEnvironment() {
-  if (hadValue_) {
-    ::setenv(name_.c_str(), oldValue_.c_str(), 1);
-  } else {
-    ::unsetenv(name_.c_str());
-  }
-}
-
 }  // namespace zt::test

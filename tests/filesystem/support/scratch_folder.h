@@ -13,8 +13,7 @@
 #include <string_view>
 #include <vector>
 
-#include "zentrel/platform/mutex.h"
-#include "zentrel/platform/thread_annotations.h"
+#include "common/log_and_environment.h"
 
 namespace zt::test {
 
@@ -47,34 +46,5 @@ void makeDirectory(const std::string& path);
 bool exists(const std::string& path);
 bool isRegularFile(const std::string& path);
 std::size_t fileSize(const std::string& path);
-
-// Routes ZTLog to memory while alive; restores the default sink afterwards.
-class LogCapture {
- public:
-  LogCapture();
-  ~LogCapture();
-  std::vector<std::string> lines() const;
-
- private:
-  struct State {
-    mutable ZTMutex mutex;
-    std::vector<std::string> lines ZT_GUARDED_BY(mutex);
-  };
-  std::shared_ptr<State> state_;
-};
-
-// Sets an environment variable for the life of the object, then restores the old value.
-class ScopedEnvironment {
- public:
-  ScopedEnvironment(const char* name, const char* value);  // nullptr unsets
-  ~ScopedEnvironment();
-  ScopedEnvironment(const ScopedEnvironment&) = delete;
-  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
- private:
-  std::string name_;
-  bool hadValue_ = false;
-  std::string oldValue_;
-};
 
 }  // namespace zt::test

@@ -52,34 +52,6 @@ std::string MachineRoot::read(std::string_view relative) const {
   return text.str();
 }
 
-LogCapture::LogCapture() : state_(std::make_shared<State>()) {
-  ZTSetLogSink([state = state_](std::string_view line) {
-    ZTLockGuard lock(state->mutex);
-    state->lines.emplace_back(line);
-  });
-}
-
-LogCapture::~LogCapture() { ZTSetLogSink({}); }
-
-std::vector<std::string> LogCapture::lines() const {
-  ZTLockGuard lock(state_->mutex);
-  return state_->lines;
-}
-
-ScopedEnvironment::ScopedEnvironment(const char* name, const char* value) : name_(name) {
-  if (const char* old = std::getenv(name)) {
-    hadValue_ = true;
-    oldValue_ = old;
-  }
-  if (value) ::setenv(name, value, 1);
-  else ::unsetenv(name);
-}
-
-ScopedEnvironment::~ScopedEnvironment() {
-  if (hadValue_) ::setenv(name_.c_str(), oldValue_.c_str(), 1);
-  else ::unsetenv(name_.c_str());
-}
-
 system_internal::Environment fixedEnvironment(std::vector<std::pair<std::string, std::string>> pairs) {
   return [pairs = std::move(pairs)](const char* name) -> std::optional<std::string> {
     for (const auto& [key, value] : pairs) {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "system/internal/queries.h"
-#include "zentrel/platform/mutex.h"
+#include "common/log_and_environment.h"
 
 namespace zt::test {
 
@@ -31,35 +31,6 @@ class MachineRoot {
 
  private:
   std::string path_;
-};
-
-// Routes ZTLog to memory while alive; restores the default sink afterwards.
-class LogCapture {
- public:
-  LogCapture();
-  ~LogCapture();
-  std::vector<std::string> lines() const;
-
- private:
-  struct State {
-    mutable ZTMutex mutex;
-    std::vector<std::string> lines ZT_GUARDED_BY(mutex);
-  };
-  std::shared_ptr<State> state_;
-};
-
-// Sets an environment variable for the life of the object, then restores the old value.
-class ScopedEnvironment {
- public:
-  ScopedEnvironment(const char* name, const char* value);  // nullptr unsets
-  ~ScopedEnvironment();
-  ScopedEnvironment(const ScopedEnvironment&) = delete;
-  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-
- private:
-  std::string name_;
-  bool hadValue_ = false;
-  std::string oldValue_;
 };
 
 // An environment made of the given pairs only.
