@@ -1,5 +1,11 @@
 #include "zentrel/crashguard/risk_crash_logger.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdlib>
 #include <exception>
 #include <utility>
@@ -69,8 +75,36 @@ struct ZTRiskCrashLogger::SynchronizationHandle {
 extern "C" void cleanupAbandondBackups(void) {
   const std::string directory = backupsDirectory();
   if (!cg::fileExists(directory)) return;
+  // A backup whose logger is alive, in this process or another, carries that logger's lock and stays.
   ZTError error;
-  if (!cg::removeTree(directory, &error)) {
+  bool failed = false;
+  if (DIR* folder = ::opendir(directory.c_str())) {
+    while (const dirent* entry = ::readdir(folder)) {
+      const std::string name = entry->d_name;
+      if (name == "." || name == "..") continue;
+      const std::string path = directory + "/" + name;
+      const int descriptor = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+      if (descriptor >= 0) {
+        struct flock lock {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        const bool abandoned = ::fcntl(descriptor, F_OFD_SETLK, &lock) == 0;
+        if (abandoned && ::unlink(path.c_str()) != 0 && errno != ENOENT && !failed) {
+          error = ZTError::posix(errno, directory);
+          failed = true;
+        }
+        ::close(descriptor);
+      } else if (errno != ENOENT && !cg::removeTree(path, failed ? nullptr : &error)) {
+        failed = true;  // not a backup file: a folder, a link, or one this user cannot open
+      }
+    }
+    ::closedir(folder);
+  }
+  if (!failed && ::rmdir(directory.c_str()) != 0 && errno != ENOTEMPTY && errno != EEXIST && errno != ENOENT) {
+    error = ZTError::posix(errno, directory);
+    failed = true;
+  }
+  if (failed) {
     ZTLog("ERROR: cleanupAbandondBackups() failed to delete backups dir. Error = " + error.description());
   }
 }
@@ -95,7 +129,11 @@ ZTRiskCrashLogger::ZTRiskCrashLogger(std::string crashesLogPlistPath)
   }
 }
 
-ZTRiskCrashLogger::~ZTRiskCrashLogger() { ZTNotificationCenter::defaultCenter()->removeObserver(this); }
+ZTRiskCrashLogger::~ZTRiskCrashLogger() {
+  ZTNotificationCenter::defaultCenter()->removeObserver(this);
+  ZTLockGuard lock(loggerMutex_);
+  releaseBackupLock();
+}
 
 bool ZTRiskCrashLogger::performOperationWithIdentifier(const std::string& identifier, const Block& block) {
   return performOperationWithIdentifier(identifier, block, nullptr);
@@ -229,7 +267,7 @@ void ZTRiskCrashLogger::backupPlistFileIfPossible() {
     plistBackupPath_ = directory + "/crash-protection-" + ZTUUIDString() + ".plist";
     if (!cg::fileExists(crashesLogPlistPath_)) return;
     auto bytes = cg::readWholeFile(crashesLogPlistPath_, &error);
-    if (!bytes || !cg::writeFileAtomically(plistBackupPath_, std::string(bytes->begin(), bytes->end()), &error)) {
+    if (!bytes || !writeLockedBackup(std::string(bytes->begin(), bytes->end()), &error)) {
       ZTLog("ERROR: -[ZTRiskCrashLogger backupPlistFileIfPossible] failed to backup plist. Error = " +
             error.description());
       return;
@@ -242,6 +280,32 @@ void ZTRiskCrashLogger::backupPlistFileIfPossible() {
                                                         if (auto logger = weak.lock()) logger->applicationWillTerminate();
                                                       });
   if (auto self = weak.lock()) registerForExit(self);
+}
+
+bool ZTRiskCrashLogger::writeLockedBackup(const std::string& bytes, ZTError* error) {
+  // The backup is written whole, then locked for this logger's life. A cleanup in another process
+  // may delete it between the two steps; the lock then sits on a file with no name, so write again.
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    if (!cg::writeFileAtomically(plistBackupPath_, bytes, error)) return false;
+    const int descriptor = ::open(plistBackupPath_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    if (descriptor < 0) continue;
+    struct flock lock {};
+    lock.l_type = F_RDLCK;
+    lock.l_whence = SEEK_SET;
+    struct stat status {};
+    if (::fcntl(descriptor, F_OFD_SETLK, &lock) == 0 && ::fstat(descriptor, &status) == 0 && status.st_nlink > 0) {
+      backupLockDescriptor_ = descriptor;
+      return true;
+    }
+    ::close(descriptor);
+  }
+  ZTSetError(error, ZTError::posix(EAGAIN, plistBackupPath_));
+  return false;
+}
+
+void ZTRiskCrashLogger::releaseBackupLock() {
+  if (backupLockDescriptor_ >= 0) ::close(backupLockDescriptor_);
+  backupLockDescriptor_ = -1;
 }
 
 void ZTRiskCrashLogger::applicationWillTerminate() { restorePlistFileFromBackupIfPossible(); }
@@ -259,6 +323,7 @@ void ZTRiskCrashLogger::restorePlistFileFromBackupIfPossible() {
       return;
     }
     cg::removeFile(plistBackupPath_, nullptr);
+    releaseBackupLock();
   } else if (cg::fileExists(crashesLogPlistPath_)) {
     if (!cg::removeFile(crashesLogPlistPath_, &error)) {
       ZTLog("ERROR: -[ZTRiskCrashLogger restorePlistFileFromBackupIfPossible] failed to delete plist file. Error = " +

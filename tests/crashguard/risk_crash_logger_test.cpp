@@ -364,6 +364,32 @@ TEST(LoadTimeCleanup, TheSharedLibraryDeletesAbandonedBackupsBeforeMain) {
   EXPECT_FALSE(zt::test::exists(backups));
 }
 
+TEST(LoadTimeCleanup, ABackupHeldByALiveLoggerSurvivesAnotherProcessStarting) {
+  ASSERT_FALSE(processFolders.root.empty());
+  PrivateFolder folder;
+  const std::string plist = folder.add("live.plist");
+  zt::test::writeFile(plist, zt::crashguard_internal::xmlPropertyList({{"old", ZTValue::dictionary()}}));
+  auto logger = ZTRiskCrashLogger::createWithCrashesLogPlistPath(plist);
+  const std::string live = logger->plistBackupPath();
+  ASSERT_TRUE(zt::test::exists(live));
+  const std::string backups = std::filesystem::path(live).parent_path();
+  const std::string abandoned = backups + "/crash-protection-ABANDONED.plist";
+  zt::test::writeFile(abandoned, "left by a process that died");
+
+  // A second program of the same user, with the same temporary folder, loads the library.
+  auto environment = childEnvironment(folder);
+  environment["TMPDIR"] = processFolders.root + "/tmp";
+  const auto result = zt::test::runChild(zt::test::childProgram(), {"cleanup-check", abandoned}, environment);
+  EXPECT_EQ(result.exitCode, 0) << "the abandoned backup was still there: " << result.output;
+  EXPECT_TRUE(zt::test::exists(live));
+
+  // Once this logger has restored its file, the backup is gone and the next start removes the folder.
+  logger->applicationWillTerminate();
+  EXPECT_FALSE(zt::test::exists(live));
+  logger.reset();
+  EXPECT_EQ(zt::test::runChild(zt::test::childProgram(), {"cleanup-check", backups}, environment).exitCode, 0);
+}
+
 TEST(LoadTimeCleanup, AProgramLinkedWithTheStaticLibraryDeletesThemBeforeMain) {
   if (const char* expected = std::getenv("ZT_CRASHGUARD_EXPECT_NO_BACKUPS")) {
     // The copy of this program started below: the backups were gone before main.

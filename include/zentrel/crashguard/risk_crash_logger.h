@@ -21,11 +21,10 @@
 // records written during an orderly run are discarded, and so are removals. Only a run that dies
 // leaves its changes. After that restore the logger no longer writes the file. A logger whose file
 // did not exist at launch makes no backup and restores nothing. Only loggers still alive when the
-// notification is posted or the hook runs are restored. The library deletes the backups folder
-// when it is loaded (cleanupAbandondBackups); since the temporary folder is per user, a second
-// process of the same user that loads the library while the first still runs deletes the first
-// one's backup, and the first one's orderly termination then deletes its file instead of restoring
-// it (its crash records are lost, it never crashes because of that).
+// notification is posted or the hook runs are restored. Each logger holds a lock on its backup
+// (an open-file-description lock) for as long as it lives; when the library is loaded it deletes the
+// backups no live logger holds (cleanupAbandondBackups), so a second process of the same user
+// leaves the first one's backup alone.
 //
 // Threads and locks. Every member may be called from any thread. Three locks: the counters lock
 // (bookkeeping of which identifiers are running, held briefly), one lock per running identifier
@@ -52,6 +51,7 @@
 #include <string_view>
 #include <utility>
 
+#include "zentrel/platform/error.h"
 #include "zentrel/platform/export.h"
 #include "zentrel/platform/mutex.h"
 #include "zentrel/platform/value.h"
@@ -130,11 +130,15 @@ class ZT_API ZTRiskCrashLogger : public std::enable_shared_from_this<ZTRiskCrash
 
  private:
   struct SynchronizationHandle;
+  bool writeLockedBackup(const std::string& bytes, ZTError* error) ZT_REQUIRES(loggerMutex_);
+  void releaseBackupLock() ZT_REQUIRES(loggerMutex_);
 
   const std::string crashesLogPlistPath_;
   std::string plistBackupPath_ ZT_GUARDED_BY(loggerMutex_);
   bool backupMade_ ZT_GUARDED_BY(loggerMutex_) = false;
   bool restored_ ZT_GUARDED_BY(loggerMutex_) = false;
+  // Open on the backup with a shared lock while this logger lives: the mark that it is not abandoned.
+  int backupLockDescriptor_ ZT_GUARDED_BY(loggerMutex_) = -1;
   ZTValueDictionary crashesLogDictionary_ ZT_GUARDED_BY(loggerMutex_);
 
   mutable ZTMutex countersMutex_;
@@ -143,7 +147,8 @@ class ZT_API ZTRiskCrashLogger : public std::enable_shared_from_this<ZTRiskCrash
       runningOperationIdentifierToSynchronizationHandle_ ZT_GUARDED_BY(countersMutex_);
 };
 
-// Deletes <temporary folder>/ZTRiskCrashLogger.backups with everything in it; logs
+// Deletes the backups in <temporary folder>/ZTRiskCrashLogger.backups that no live logger holds (a
+// logger that died with its process released its lock), and the folder when it is left empty; logs
 // "ERROR: cleanupAbandondBackups() failed to delete backups dir. Error = <error>" on failure. Runs by
 // itself once when the library is loaded (the shared library, or a program linked with the static
 // one that uses ZTRiskCrashLogger), before main.
