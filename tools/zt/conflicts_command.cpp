@@ -5,6 +5,7 @@
 // place; other kept versions
 // are saved beside it under readable conflict names. Removed files go to the desktop's trash.
 
+#include <algorithm>
 #include <ctime>
 #include <iostream>
 #include <memory>
@@ -15,6 +16,7 @@
 #include "commands.h"
 #include "zentrel/filesystem/file_version.h"
 #include "zentrel/filesystem/file_version_conflicts.h"
+#include "zentrel/filesystem/trash.h"
 #include "zentrel/platform/run_loop.h"
 
 namespace ztool {
@@ -101,6 +103,21 @@ int runConflicts(const std::string& file, const std::vector<std::size_t>& keep, 
       return 2;
     }
 
+  // Keeping only copies writes over the document: its current contents go to the trash first, so
+  // that the desktop's trash can give them back.
+  const bool currentKept = hasCurrent && std::find(keep.begin(), keep.end(), 0) != keep.end();
+  if (hasCurrent && !currentKept && !saving.empty()) {
+    ZTError trashError;
+    const auto trashed = zt::moveItemToTrash(url.path(), &trashError);
+    if (!trashed) {
+      std::cerr << "zt conflicts: could not put the current contents of " << url.path()
+                << " in the trash before replacing them, so nothing was changed: " << trashError.localizedDescription()
+                << "\n";
+      return 1;
+    }
+    std::cout << "The current contents of " << url.path() << " are in the trash (" << *trashed
+              << "); restore them from there if needed.\n";
+  }
   std::cout << "Resolving: keep " << saving.size() << ", delete " << deleting.size()
             << " (removed files go to the trash)\n";
   struct State {
