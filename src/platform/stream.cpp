@@ -696,7 +696,9 @@ class ChannelCore final : public StreamCore {
 
   void closeBackendLocked() override ZT_REQUIRES(mutex) { shared_->finish(kind); }
 
+  // Every read and write uses up what a watch reported; the next event waits for a fresh check.
   std::int64_t readBackendLocked(std::uint8_t* buffer, std::size_t length) override ZT_REQUIRES(mutex) {
+    ready_ = false;
     if (length == 0) return 0;
     for (int wait = 0; wait < kBlockingWaitLimit; ++wait) {
       ZTError failure;
@@ -707,7 +709,6 @@ class ChannelCore final : public StreamCore {
         case ZTStreamChannelStatus::Failed: failLocked(std::move(failure)); return -1;
         case ZTStreamChannelStatus::WouldBlock: break;
       }
-      ready_ = false;
       if (scheduledLocked()) return 0;
       if (!waitLocked(ZTStreamChannelOperation::Read)) return -1;
     }
@@ -715,6 +716,7 @@ class ChannelCore final : public StreamCore {
   }
 
   std::int64_t writeBackendLocked(const std::uint8_t* buffer, std::size_t length) override ZT_REQUIRES(mutex) {
+    ready_ = false;
     if (length == 0) return 0;
     for (int wait = 0; wait < kBlockingWaitLimit; ++wait) {
       ZTError failure;
@@ -722,7 +724,6 @@ class ChannelCore final : public StreamCore {
       switch (result.status) {
         case ZTStreamChannelStatus::Done:
           if (result.count > 0) {
-            ready_ = false;
             return static_cast<std::int64_t>(std::min(result.count, length));
           }
           break;
@@ -733,7 +734,6 @@ class ChannelCore final : public StreamCore {
           return -1;
         case ZTStreamChannelStatus::WouldBlock: break;
       }
-      ready_ = false;
       if (scheduledLocked()) return 0;
       if (!waitLocked(ZTStreamChannelOperation::Write)) return -1;
     }
