@@ -154,7 +154,7 @@ TEST_F(SaveStreamToLocalFileOperationTest, DestinationThatCannotBeWrittenFailsAn
     std::string destination;
     std::int64_t code;
   } cases[] = {
-      {"under a regular file", scratch_ / "plain-file/out.bin", ZTFileWriteUnknownError},
+      {"under a regular file", scratch_ / "plain-file/out.bin", ZTFileNoSuchFileError},  // ENOTDIR
       {"in a missing folder", scratch_ / "missing/out.bin", ZTFileNoSuchFileError},
       {"onto an existing file", scratch_ / "taken", ZTFileWriteFileExistsError},
   };
