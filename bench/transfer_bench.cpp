@@ -9,6 +9,8 @@
 //   Peer_CopyFileRangeSync  the same, then fsync (what the operations add for a durable result)
 //   Peer_ReadWrite32K       a plain loop of 32 KiB read()s and write()s
 //   Peer_ReadWrite32KSync   the same, then fsync
+//   Peer_ReadWrite10MPerRead  reads into a 10 MiB buffer allocated for each read, then fsync: the
+//                           saving's own pattern without the stream and the operation
 //
 // The argument is the size in MiB (256 and 1024). Each benchmark reports peak_rss_MiB: the
 // process's peak resident memory while it ran (VmHWM, reset through /proc/self/clear_refs before
@@ -26,6 +28,7 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -188,6 +191,33 @@ void readWrite32K(benchmark::State& state, bool sync) {
   finish(state, state.range(0));
 }
 
+// What the saving does, without the stream and the operation: one 10 MiB buffer allocated per read.
+void BM_Peer_ReadWrite10MPerRead(benchmark::State& state) {
+  auto& f = fixture();
+  const std::string& source = f.source(state.range(0));
+  const std::string destination = f.destination();
+  constexpr std::size_t kSize = 10'485'760;
+  resetPeakResidentMemory();
+  for (auto _ : state) {
+    const int in = open(source.c_str(), O_RDONLY | O_CLOEXEC);
+    const int out = open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    for (;;) {
+      std::unique_ptr<char[]> buffer(new char[kSize]);
+      const ssize_t got = read(in, buffer.get(), kSize);
+      if (got <= 0) break;
+      if (write(out, buffer.get(), static_cast<std::size_t>(got)) != got) {
+        state.SkipWithError("write failed");
+        break;
+      }
+    }
+    fsync(out);
+    close(out);
+    close(in);
+    removeDestination(state, destination);
+  }
+  finish(state, state.range(0));
+}
+
 void BM_Peer_CopyFileRange(benchmark::State& state) { copyFileRange(state, false); }
 void BM_Peer_CopyFileRangeSync(benchmark::State& state) { copyFileRange(state, true); }
 void BM_Peer_ReadWrite32K(benchmark::State& state) { readWrite32K(state, false); }
@@ -202,6 +232,7 @@ ZT_TRANSFER_BENCHMARK(BM_Peer_CopyFileRange);
 ZT_TRANSFER_BENCHMARK(BM_Peer_CopyFileRangeSync);
 ZT_TRANSFER_BENCHMARK(BM_Peer_ReadWrite32K);
 ZT_TRANSFER_BENCHMARK(BM_Peer_ReadWrite32KSync);
+ZT_TRANSFER_BENCHMARK(BM_Peer_ReadWrite10MPerRead);
 
 }  // namespace
 

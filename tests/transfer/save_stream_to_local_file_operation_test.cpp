@@ -235,6 +235,28 @@ TEST_F(SaveStreamToLocalFileOperationTest, CancellationAtEachStepReportsItAndLea
   }
 }
 
+TEST_F(SaveStreamToLocalFileOperationTest, OperationReleasedWhileRunningClosesItsStreamAndRemovesItsStaging) {
+  auto connection = zt::test::makeLoopbackConnection();
+  ASSERT_TRUE(connection);
+  auto pair = ZTStream::streamPairWithSocket(connection->server);
+  ASSERT_TRUE(pair);
+  Saving saving(pair->inputStream, scratch_ / "out.bin", worker_.thread());
+  saving.operation->start();
+  ASSERT_TRUE(zt::test::writeAll(connection->client, zt::test::patternBytes(100'000)));
+  ASSERT_TRUE(zt::test::waitFor([&] {
+    const auto handle = saving.operation->temporaryFileHandle();
+    struct stat st {};
+    return handle && ::fstat(handle->fileDescriptor(), &st) == 0 && st.st_size > 0;
+  }));
+  std::weak_ptr<ZTSaveStreamToLocalFileOperation> weak = saving.operation;
+  saving.operation.reset();
+  EXPECT_TRUE(zt::test::waitFor([&] { return weak.expired() && scratch_.stagingFiles().empty(); }));
+  EXPECT_EQ(pair->inputStream->streamStatus(), ZTStreamStatus::Closed);
+  EXPECT_FALSE(zt::test::exists(scratch_ / "out.bin"));
+  EXPECT_EQ(saving.outcome.handlerCalls(), 0);
+  ::close(connection->client);
+}
+
 TEST_F(SaveStreamToLocalFileOperationTest, CancellingAfterTheSuccessChangesNothing) {
   Saving saving(ZTInputStream::inputStreamWithData(ZTBytes(10, 1)), scratch_ / "out.bin", worker_.thread());
   saving.runToEnd(scratch_);
