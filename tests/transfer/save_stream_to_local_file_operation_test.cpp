@@ -11,13 +11,11 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <future>
 #include <thread>
 
 #include "transfer/support/transfer_test_support.h"
 #include "zentrel/filesystem/standard_directories.h"
 #include "zentrel/operations/thread_with_run_loop.h"
-#include "zentrel/platform/file_coordinator.h"
 #include "zentrel/platform/file_manager.h"
 #include "zentrel/platform/stream.h"
 
@@ -191,8 +189,6 @@ TEST_F(SaveStreamToLocalFileOperationTest, CancellationAtEachStepReportsItAndLea
     const std::string destination = scratch_ / "out.bin";
     Saving saving(pair->inputStream, destination, worker_.thread());
     auto& operation = *saving.operation;
-    std::unique_ptr<std::thread> claim;
-    std::promise<void> claimHeld, releaseClaim;
 
     if (when == When::BeforeStart) operation.cancel();
     if (when == When::InStartHandler) operation.setStartHandler([](ZTConcurrentOperation& op) { op.cancel(); });
@@ -211,21 +207,14 @@ TEST_F(SaveStreamToLocalFileOperationTest, CancellationAtEachStepReportsItAndLea
     }
     if (when == When::WhileMovingIntoPlace) {
       // A writer holds the destination: the move waits for it, and is cancelled meanwhile.
-      claim = std::make_unique<std::thread>([&] {
-        ZTFileCoordinator::create()->coordinateWritingItemAtURL(destination, 0, nullptr, [&](const std::string&) {
-          claimHeld.set_value();
-          releaseClaim.get_future().wait();
-        });
-      });
-      ASSERT_EQ(claimHeld.get_future().wait_for(10s), std::future_status::ready);
+      zt::test::HeldWriteClaim claim(destination);
       ::shutdown(connection->client, SHUT_WR);
       ASSERT_TRUE(zt::test::waitFor([&] {
         const auto handle = operation.temporaryFileHandle();
         return handle && handle->fileDescriptor() == -1;  // closed: the move has begun
       }));
       operation.cancel();
-      releaseClaim.set_value();
-      claim->join();
+      claim.release();
     }
     saving.finish(scratch_);
     EXPECT_EQ(saving.outcome.kind(), Outcome::Kind::Cancellation);
@@ -346,29 +335,19 @@ bool savingOntoAReadOnlyFileSystem() {
 }
 
 TEST(SaveStreamToLocalFileOperationDeathTest, FullDiskFailsWithOutOfSpaceAndLeavesNothing) {
-  const std::string refusal = zt::test::privateMountRefusal();
-  if (!refusal.empty()) GTEST_SKIP() << refusal;
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(std::exit(savingOntoAFullDisk() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  zt::test::expectChildSucceeds(savingOntoAFullDisk, true);
 }
 
 TEST(SaveStreamToLocalFileOperationDeathTest, FileSizeLimitFailsWithTheWriteErrorAndLeavesNothing) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(std::exit(savingBeyondAFileSizeLimit() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  zt::test::expectChildSucceeds(savingBeyondAFileSizeLimit, false);
 }
 
 TEST(SaveStreamToLocalFileOperationDeathTest, StagingFileThatCannotBeMadeFailsWithInputOutputError) {
-  const std::string refusal = zt::test::privateMountRefusal();
-  if (!refusal.empty()) GTEST_SKIP() << refusal;
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(std::exit(savingWithoutRoomForTheStagingFile() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  zt::test::expectChildSucceeds(savingWithoutRoomForTheStagingFile, true);
 }
 
 TEST(SaveStreamToLocalFileOperationDeathTest, ReadOnlyDestinationFailsAndLeavesNothing) {
-  const std::string refusal = zt::test::privateMountRefusal();
-  if (!refusal.empty()) GTEST_SKIP() << refusal;
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(std::exit(savingOntoAReadOnlyFileSystem() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+  zt::test::expectChildSucceeds(savingOntoAReadOnlyFileSystem, true);
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "zentrel/filesystem/standard_directories.h"
+#include "zentrel/platform/file_coordinator.h"
 
 namespace zt::test {
 
@@ -140,6 +141,24 @@ bool waitFor(const std::function<bool()>& condition, std::chrono::seconds deadli
   return true;
 }
 
+HeldWriteClaim::HeldWriteClaim(const std::string& path) {
+  thread_ = std::thread([this, path] {
+    ZTFileCoordinator::create()->coordinateWritingItemAtURL(path, 0, nullptr, [&](const std::string&) {
+      held_.set_value();
+      release_.get_future().wait();
+    });
+  });
+  EXPECT_EQ(held_.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+}
+
+HeldWriteClaim::~HeldWriteClaim() { release(); }
+
+void HeldWriteClaim::release() {
+  if (!thread_.joinable()) return;
+  release_.set_value();
+  thread_.join();
+}
+
 std::optional<LoopbackConnection> makeLoopbackConnection() {
   const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (listener < 0) return std::nullopt;
@@ -187,6 +206,8 @@ bool mountPrivateTmpfs(const std::string& path, const std::string& options, unsi
 
 void unmountPrivateTmpfs(const std::string& path) { ::umount2(path.c_str(), MNT_DETACH); }
 
+namespace {
+
 std::string privateMountRefusal() {
   char folder[] = "/tmp/zt-transfer-mount-probe-XXXXXX";
   if (::mkdtemp(folder) == nullptr) return std::string("no folder to probe with: ") + std::strerror(errno);
@@ -204,6 +225,17 @@ std::string privateMountRefusal() {
   if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
   const int error = WIFEXITED(status) ? WEXITSTATUS(status) - 1 : 0;
   return std::string("a private mount namespace with a tmpfs was refused: ") + std::strerror(error);
+}
+
+}  // namespace
+
+void expectChildSucceeds(bool (*child)(), bool needsPrivateMount) {
+  if (needsPrivateMount) {
+    const std::string refusal = privateMountRefusal();
+    if (!refusal.empty()) GTEST_SKIP() << refusal;
+  }
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(std::exit(child() ? 0 : 1), ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace zt::test

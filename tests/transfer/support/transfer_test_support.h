@@ -8,10 +8,12 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "common/log_and_environment.h"
@@ -77,6 +79,19 @@ std::string patternBytes(std::size_t size);
 // Polls the condition every millisecond until it holds or the deadline passes.
 bool waitFor(const std::function<bool()>& condition, std::chrono::seconds deadline = std::chrono::seconds(10));
 
+// Holds a write claim on a path from another thread until released (or destroyed).
+class HeldWriteClaim {
+ public:
+  explicit HeldWriteClaim(const std::string& path);
+  ~HeldWriteClaim();
+  void release();
+
+ private:
+  std::promise<void> held_;
+  std::promise<void> release_;
+  std::thread thread_;
+};
+
 // Both ends of a TCP connection on 127.0.0.1, blocking, close-on-exec.
 struct LoopbackConnection {
   int client = -1;
@@ -88,9 +103,10 @@ bool writeAll(int fd, std::string_view bytes);
 // Closes the socket so that the peer sees a reset instead of an orderly end.
 void resetConnection(int fd);
 
-// Whether this process may make a private mount namespace and mount a tmpfs in it (asked of a
-// forked child, so this process's own namespace is untouched). Empty when it may, else why not.
-std::string privateMountRefusal();
+// Runs `child` in a child process of its own (a death test in the thread-safe style) and expects
+// it to answer true. With needsPrivateMount the test is skipped, saying why, where this process
+// may not make a private mount namespace with a tmpfs (asked of a forked probe first).
+void expectChildSucceeds(bool (*child)(), bool needsPrivateMount);
 // In the calling (child) process: a private mount namespace whose mounts do not reach the host,
 // and a tmpfs mounted at `path` with the options ("size=1m", "ro"...). False on failure.
 bool mountPrivateTmpfs(const std::string& path, const std::string& options, unsigned long flags = 0);
