@@ -52,7 +52,10 @@ int runCopy(const std::string& source, const std::string& destinationArgument) {
   auto copy = ZTConcurrentOperation::make<ZTCopyFileAsyncOperation>(
       ZTConcurrentOperation::spawnedWorkerThread, nullptr, nullptr,
       [result, mainLoop](ZTConcurrentOperation&, const ZTError& failure) {
-        (void)mainLoop->post([result, mainLoop, text = failure.localizedDescription()] {
+        std::string text = failure.localizedDescription();
+        const ZTValue& path = failure.userInfo()[ZTFilePathErrorKey];
+        if (path.isString()) text += ": " + path.stringValue();
+        (void)mainLoop->post([result, mainLoop, text = std::move(text)] {
           result->failure = text;
           result->done = true;
           mainLoop->stop();
