@@ -64,6 +64,13 @@ inline constexpr std::int64_t ZTURLSessionTransferSizeUnknown = -1;
 
 class ZT_API ZTURLSessionTask : public std::enable_shared_from_this<ZTURLSessionTask> {
  public:
+  // Completion handlers: the body (nullopt on failure) or the downloaded file's location, the last
+  // response (null when none came), and the error (nullopt when the transfer completed).
+  using DataCompletion = std::function<void(std::optional<ZTBytes> data, std::shared_ptr<ZTURLResponse> response,
+                                            std::optional<ZTError> error)>;
+  using DownloadCompletion = std::function<void(std::optional<std::string> location,
+                                                std::shared_ptr<ZTURLResponse> response, std::optional<ZTError> error)>;
+
   ~ZTURLSessionTask();
   ZTURLSessionTask(const ZTURLSessionTask&) = delete;
   ZTURLSessionTask& operator=(const ZTURLSessionTask&) = delete;
@@ -114,10 +121,6 @@ class ZT_API ZTURLSessionTask : public std::enable_shared_from_this<ZTURLSession
   friend class ZTURLSession;
   friend struct zt::internal::SessionCore;
   friend struct zt::internal::TransferState;
-  using DataCompletion = std::function<void(std::optional<ZTBytes> data, std::shared_ptr<ZTURLResponse> response,
-                                            std::optional<ZTError> error)>;
-  using DownloadCompletion = std::function<void(std::optional<std::string> location,
-                                                std::shared_ptr<ZTURLResponse> response, std::optional<ZTError> error)>;
   ZTURLSessionTask(std::shared_ptr<ZTURLSession> session, ZTURLSessionTaskKind kind, ZTURLRequest request);
 
   const std::uint64_t identifier_;
