@@ -60,7 +60,7 @@ std::optional<ZTURL> ZTURL::URLWithString(std::string_view text) {
 }
 
 std::optional<ZTURL> ZTURL::URLWithString(std::string_view text, const ZTURL& base) {
-  if (!parseChecked(text)) return std::nullopt;
+  if (!text.empty() && !parseChecked(text)) return std::nullopt;  // "" is the base itself
   auto resolved = zt::networking_internal::resolveReference(text, base.absoluteString());
   if (!resolved || !parseChecked(*resolved)) return std::nullopt;
   ZTURL url;

@@ -156,6 +156,7 @@ struct zt::internal::TransferState {
   int redirects = 0;
   int retries = 0;
   std::int64_t lastSent = 0;
+  std::int64_t bodyBytesRead = 0;
   bool waitingForRedirectAnswer = false;
   std::chrono::steady_clock::time_point resourceDeadline;
   char errorBuffer[CURL_ERROR_SIZE] = {};
@@ -499,6 +500,7 @@ size_t TransferState::onRead(char* buffer, size_t size, size_t count, void* user
     self->bodyReadFailed = true;
     return CURL_READFUNC_ABORT;
   }
+  self->bodyBytesRead += n;
   return static_cast<size_t>(n);
 }
 
@@ -506,9 +508,13 @@ int TransferState::onProgress(void* user, curl_off_t, curl_off_t, curl_off_t ult
   auto* self = static_cast<TransferState*>(user);
   auto& task = *self->task;
   if (ultotal > 0) task.expectedToSend_ = static_cast<std::int64_t>(ultotal);
-  if (ulnow > self->lastSent) {
-    const std::int64_t delta = static_cast<std::int64_t>(ulnow) - self->lastSent;
-    self->lastSent = static_cast<std::int64_t>(ulnow);
+  // Body bytes only: what curl sent of the stream (not counting chunk framing), or of the data.
+  const std::int64_t bodySent =
+      self->bodyStream ? std::min<std::int64_t>(self->bodyBytesRead, static_cast<std::int64_t>(ulnow))
+                       : std::min<std::int64_t>(static_cast<std::int64_t>(self->bodyData.size()), static_cast<std::int64_t>(ulnow));
+  if (bodySent > self->lastSent) {
+    const std::int64_t delta = bodySent - self->lastSent;
+    self->lastSent = bodySent;
     task.sent_ = self->lastSent;
     if (auto delegate = self->core.currentDelegate()) {
       auto taskPtr = self->task;
@@ -562,6 +568,7 @@ bool SessionCore::configure(TransferState& state, ZTError* error) {
   state.data.clear();
   state.bodyReadFailed = false;
   state.lastSent = 0;
+  state.bodyBytesRead = 0;
   state.errorBuffer[0] = 0;
 
   curl_easy_setopt(easy, CURLOPT_PRIVATE, &state);
@@ -669,9 +676,12 @@ bool SessionCore::configure(TransferState& state, ZTError* error) {
   for (const auto& [name, value] : config.HTTPAdditionalHeaders) fields.emplace(name, value);
   fields.erase("Content-Length");  // curl sends the length it is given, or chunks
   if (!fields.count("Expect")) fields.emplace("Expect", "");
+  // Without a type of its own a body goes untyped: curl would otherwise call it a form.
+  if (hasBody && !fields.count("Content-Type")) fields.emplace("Content-Type", "");
   for (const auto& [name, value] : fields) {
     if (name.find_first_of("\r\n:") != std::string::npos || value.find_first_of("\r\n") != std::string::npos) continue;
-    const std::string line = value.empty() ? (name == "Expect" ? name + ":" : name + ";") : name + ": " + value;
+    const bool removesCurlDefault = (name == "Expect" || name == "Content-Type") && value.empty();
+    const std::string line = value.empty() ? (removesCurlDefault ? name + ":" : name + ";") : name + ": " + value;
     curl_slist* next = curl_slist_append(state.headerList, line.c_str());
     if (next) state.headerList = next;
   }

@@ -111,7 +111,7 @@ TEST(Request, DescribesItselfAndKeepsMethodAndBodyAcrossRedirects) {
   request.setTimeoutInterval(7);
   request.setLocalFilePath(std::string("/tmp/local"));
   request.setRequestContentLength(2);
-  EXPECT_EQ(request.requestToString(), "[POST]URL: http://h/a?x=1\nHeaderFields: {X-Original = 1;}\nBody: {}");
+  EXPECT_EQ(request.requestToString(), "[POST]URL: http://h/a?x=1\nHeaderFields: {\n    \"X-Original\" = 1;\n}\nBody: {}");
   request.setHTTPBody(ZTBytes{0xFF, 0xFE});
   EXPECT_TRUE(request.requestToString().ends_with("Body: (null)"));
 
