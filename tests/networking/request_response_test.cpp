@@ -163,7 +163,8 @@ TEST(Response, ObjectsGiveStringsAndDataOnlyAsWritten) {
   EXPECT_EQ(ZTURLResponse::responseStringFromObject(ZTValue(ZTBytes{0xC3})), std::nullopt);
 
   response->setUserInfo(ZTValue("mine"));
-  response->setError(ZTError("D", 1));
+  const ZTError failure("D", 1);
+  response->setError(failure);
   EXPECT_EQ(response->userInfo(), ZTValue("mine"));
   EXPECT_EQ(response->error()->code(), 1);
 }
