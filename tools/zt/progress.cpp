@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <vector>
 
 namespace ztool {
 namespace {
@@ -202,23 +203,42 @@ void ProgressBar::drawTerminal(TimePoint at, const char* verdict) {
   lastDraw_ = at;
   drawn_ = true;
   const double speed = rate(at);
-  std::string tail;
-  if (total_ != 0) tail += " " + percentOf(done_, total_);
-  tail += "  " + formatBytes(done_);
-  if (total_ != 0) tail += " / " + formatBytes(total_);
-  tail += "  " + formatRate(speed);
+  // The line's fields in display order; on a narrow terminal the least useful go first.
+  struct Field {
+    std::string text;
+    int keep;  // higher stays longer
+    const char* gap = "  ";
+  };
+  std::vector<Field> fields;
+  if (total_ != 0) fields.push_back({percentOf(done_, total_), 5});
+  fields.push_back({formatBytes(done_), 3});
+  if (total_ != 0) fields.push_back({"/ " + formatBytes(total_), 1, " "});
+  fields.push_back({formatRate(speed), 0});
   if (verdict != nullptr) {
-    tail += "  " + std::string(verdict);
+    std::string text = verdict;
     if (std::strcmp(verdict, "done") == 0) {
-      tail += " in " + formatDuration(std::chrono::duration<double>(at - start_).count());
+      text += " in " + formatDuration(std::chrono::duration<double>(at - start_).count());
     }
+    fields.push_back({std::move(text), 6});
   } else if (total_ != 0) {
-    tail += "  ETA ";
-    tail += speed > 0 && done_ < total_ ? formatDuration(static_cast<double>(total_ - done_) / speed)
-                                        : std::string(done_ >= total_ ? "0:00" : "--:--");
+    fields.push_back({"ETA " + (speed > 0 && done_ < total_
+                                    ? formatDuration(static_cast<double>(total_ - done_) / speed)
+                                    : std::string(done_ >= total_ ? "0:00" : "--:--")),
+                      2});
   }
+  const auto joined = [&fields] {
+    std::string tail;
+    for (const Field& field : fields) tail += (tail.empty() ? " " : field.gap) + field.text;
+    return tail;
+  };
   // One column stays free: writing the last column makes many terminals wrap before the \r.
   const std::size_t usable = width_ > 1 ? width_ - 1 : 0;
+  std::string tail = joined();
+  while (fields.size() > 1 && columnsOf(tail) + 4 > usable) {
+    fields.erase(std::min_element(fields.begin(), fields.end(),
+                                  [](const Field& a, const Field& b) { return a.keep < b.keep; }));
+    tail = joined();
+  }
   const std::size_t tailColumns = columnsOf(tail);
   std::string line;
   if (total_ != 0 && usable >= tailColumns + kMinBarWidth + 3) {
