@@ -755,6 +755,12 @@ void SessionCore::transferDone(TransferState& state, CURLcode result) {
       return;
     }
     ZTError error = errorForCurlCode(result, state.errorBuffer, state.request.URL());
+    long osError = 0;
+    if (curl_easy_getinfo(state.easy, CURLINFO_OS_ERRNO, &osError) == CURLE_OK && osError > 0) {
+      ZTValue info = error.userInfo();
+      info[ZTUnderlyingErrorKey] = ZTError::posix(static_cast<int>(osError)).toValue();
+      error = ZTError(error.domain(), error.code(), std::move(info));
+    }
     if (state.bodyReadFailed && state.bodyStream && state.bodyStream->streamError()) {
       ZTValue info = error.userInfo();
       info[ZTUnderlyingErrorKey] = state.bodyStream->streamError()->toValue();

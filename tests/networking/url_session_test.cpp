@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
@@ -372,6 +373,10 @@ TEST_F(URLSession, UnusableURLsAndUnreachableServersGiveURLErrors) {
     ASSERT_TRUE(outcome.error.has_value()) << c.text;
     EXPECT_EQ(outcome.error->code(), c.code) << c.text << ": " << outcome.error->description();
     EXPECT_EQ(outcome.error->userInfo()[ZTURLErrorFailingURLStringErrorKey].stringValue(), c.text);
+    if (c.code == ZTURLErrorCannotConnectToHost) {
+      ASSERT_TRUE(outcome.error->underlyingError().has_value());
+      EXPECT_EQ(outcome.error->underlyingError()->code(), ECONNREFUSED);
+    }
   }
 }
 

@@ -36,17 +36,20 @@ class FetchProgress : public ZTURLSessionDelegate {
                     std::int64_t expected) override {
     if (!bar_) bar_ = std::make_unique<ProgressBar>(std::cerr, label_, expected > 0 ? static_cast<std::uint64_t>(expected) : 0);
     bar_->update(static_cast<std::uint64_t>(total));
+    written_ = total;
   }
-  void finish(bool ok, std::int64_t total) {
-    if (!bar_ && ok) bar_ = std::make_unique<ProgressBar>(std::cerr, label_, static_cast<std::uint64_t>(total));
+  // Ends the bar; a download that succeeded without any progress report still shows one line.
+  void finish(bool ok) {
+    if (!bar_ && ok) bar_ = std::make_unique<ProgressBar>(std::cerr, label_, static_cast<std::uint64_t>(written_));
     if (!bar_) return;
-    bar_->update(static_cast<std::uint64_t>(total));
+    bar_->update(static_cast<std::uint64_t>(written_));
     bar_->finish(ok);
   }
 
  private:
   std::string label_;
   std::unique_ptr<ProgressBar> bar_;
+  std::int64_t written_ = 0;
 };
 
 std::string describeFailure(const ZTError& error, const ZTURL& url) {
@@ -57,6 +60,10 @@ std::string describeFailure(const ZTError& error, const ZTURL& url) {
       case ZTURLErrorCannotFindHost:
         return "could not resolve host \"" + url.host() + "\" (no such name, or no DNS answer)";
       case ZTURLErrorCannotConnectToHost:
+        if (auto cause = error.underlyingError(); cause && cause->domain() == ZTPOSIXErrorDomain) {
+          if (cause->code() == ECONNREFUSED) return "connection refused by " + url.host() + ":" + port;
+          return "could not connect to " + url.host() + ":" + port + ": " + cause->localizedDescription();
+        }
         return "could not connect to " + url.host() + ":" + port + (detail.empty() ? "" : " (" + detail + ")");
       case ZTURLErrorTimedOut:
         return "no answer from " + url.host() + " in time";
@@ -106,13 +113,13 @@ int runFetch(const std::string& text, std::string output, double timeout) {
                    std::optional<ZTError> error) {
         done = true;
         if (error) {
-          progress->finish(false, 0);
+          progress->finish(false);
           std::cerr << "zt fetch: " << describeFailure(*error, *url) << "\n";
           return;
         }
         auto http = response ? response->httpResponse() : nullptr;
         if (http && (http->statusCode() < 200 || http->statusCode() >= 300)) {
-          progress->finish(false, 0);
+          progress->finish(false);
           std::cerr << "zt fetch: the server answered " << http->statusCode() << " ("
                     << ZTHTTPURLResponse::localizedStringForStatusCode(http->statusCode()) << ") for " << text
                     << "; nothing saved\n";
@@ -120,17 +127,17 @@ int runFetch(const std::string& text, std::string output, double timeout) {
         }
         struct stat downloaded {};
         if (!location || ::stat(location->c_str(), &downloaded) != 0) {
-          progress->finish(false, 0);
+          progress->finish(false);
           std::cerr << "zt fetch: the downloaded data is missing\n";
           return;
         }
         ::chmod(location->c_str(), 0644);
         if (::rename(location->c_str(), output.c_str()) != 0) {
-          progress->finish(false, downloaded.st_size);
+          progress->finish(false);
           std::cerr << "zt fetch: could not save " << output << ": " << std::strerror(errno) << "\n";
           return;
         }
-        progress->finish(true, downloaded.st_size);
+        progress->finish(true);
         std::cout << "Saved " << output << " (" << formatBytes(static_cast<std::uint64_t>(downloaded.st_size))
                   << ")\n";
         status = 0;

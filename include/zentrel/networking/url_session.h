@@ -24,7 +24,9 @@
 // Failures: a task that does not complete reports a ZTError in ZTURLErrorDomain (see url_error.h):
 // cancelled (−999, zt::isURLCancelledError), timed out, host not found, connection refused,
 // connection lost, too many redirects, TLS failures, file failures of download tasks. An HTTP
-// status (404, 500) is a response, not an error. A handler or delegate method that throws is logged
+// status (404, 500) is a response, not an error. When the system reported why (a refused
+// connection: ECONNREFUSED), the POSIX error is kept under ZTUnderlyingErrorKey, and curl's own
+// text under ZTLocalizedFailureReasonErrorKey. A handler or delegate method that throws is logged
 // and the session goes on: the task still completes and the others keep running.
 //
 // Redirects are not followed by curl but offered to the delegate's willPerformHTTPRedirection():
