@@ -9,6 +9,8 @@ pkg_check_modules(ZT_ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(ZT_FONTS REQUIRED IMPORTED_TARGET fontconfig freetype2 harfbuzz cairo)
 pkg_check_modules(ZT_PANGO REQUIRED IMPORTED_TARGET pangocairo pangoft2)
 pkg_check_modules(ZT_PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(ZT_CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(ZT_URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
 
 find_path(ZT_ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(zt_asio INTERFACE)
@@ -55,12 +57,20 @@ zt_describe_dependency(PkgConfig::ZT_PANGO PKG_CONFIG pangocairo pangoft2
   FIND "pkg_check_modules(ZT_PANGO QUIET IMPORTED_TARGET pangocairo pangoft2)")
 zt_describe_dependency(PkgConfig::ZT_PLIST PKG_CONFIG libplist-2.0
   FIND "pkg_check_modules(ZT_PLIST QUIET IMPORTED_TARGET libplist-2.0)")
+zt_describe_dependency(PkgConfig::ZT_CURL PKG_CONFIG libcurl
+  FIND "pkg_check_modules(ZT_CURL QUIET IMPORTED_TARGET libcurl)")
+zt_describe_dependency(PkgConfig::ZT_URIPARSER PKG_CONFIG liburiparser
+  FIND "pkg_check_modules(ZT_URIPARSER QUIET IMPORTED_TARGET liburiparser)")
 
 if(ZT_BUILD_TESTS)
   find_package(GTest REQUIRED)
 endif()
 if(ZT_BUILD_BENCHMARKS)
   find_package(benchmark REQUIRED)
+endif()
+if(ZT_BUILD_TESTS OR ZT_BUILD_BENCHMARKS)
+  # The loopback HTTP server of the networking tests and benchmark (a compiled library in Debian).
+  pkg_check_modules(ZT_HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
 endif()
 if(ZT_BUILD_TOOLS)
   find_package(CLI11 QUIET CONFIG)

@@ -49,6 +49,8 @@ void addConflictsCommand(CLI::App& app);
 // `zt copy SOURCE DEST`: a background copy under file coordination; prints the path written.
 void addCopyCommand(CLI::App& app);
 int runCopy(const std::string& source, const std::string& destination);
+// `zt fetch URL [-o FILE]`: a download through the library's URL session, with progress.
+void addFetchCommand(CLI::App& app);
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool
