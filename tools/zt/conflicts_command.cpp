@@ -149,6 +149,10 @@ int runConflicts(const std::string& file, const std::vector<std::size_t>& keep, 
 void addConflictsCommand(CLI::App& app) {
   auto* command = app.add_subcommand(
       "conflicts", "List a document's conflict copies (Syncthing, Nextcloud, ownCloud, Dropbox) and resolve them");
+  command->footer("Lists the document (0) and its conflict copies (1, 2, ...) when neither --keep nor --delete is given.\n"
+      "Exit status: 0 when done, 1 when a file could not be changed, 2 for numbers that do not fit the list.\n\n"
+      "Example: zt conflicts ~/notes.txt\n"
+      "         zt conflicts ~/notes.txt --keep 0 --delete 1 2");
   static std::string file;
   static std::vector<std::size_t> keep;
   static std::vector<std::size_t> remove;
