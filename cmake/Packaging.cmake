@@ -34,6 +34,7 @@ set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_ALL runtime development tools)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_STRIP_FILES ON)  # the release build carries debug information; packages do not
 
 set(zt_runtime_package libzentrel${ZT_SOVERSION})
 set(zt_exact "(= ${PROJECT_VERSION}-1)")
@@ -44,7 +45,7 @@ set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "${PROJECT_DESCRIPTION} (shared libraries)
  One shared library per area (libzentrel-<area>.so.${ZT_SOVERSION}); each links only the areas and
  third-party libraries it uses.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY "=")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME zentrel-tools)
