@@ -24,13 +24,18 @@ int main() {
   std::mutex mutex;
   std::vector<std::string> order;
   auto job = [&](const std::string& name, std::int64_t priority) {
-    auto operation = ZTBlockOperation::create([&, name](ZTBlockOperation&, std::optional<ZTError>&) {
-      std::lock_guard lock(mutex);
-      order.push_back(name);
-      return true;
-    });
+    auto operation = ZTBlockOperation::create(
+        [&, name](ZTBlockOperation&, std::optional<ZTError>&) {
+          std::lock_guard lock(mutex);
+          order.push_back(name);
+          return true;
+        },
+        nullptr, nullptr, nullptr,  // no start, cancellation or success handlers
+        [name](ZTBlockOperation&, const ZTError& error) {
+          std::cerr << name << " failed: " << error.localizedDescription() << "\n";
+        });
     operation->setQueuePriority(priority);
-    return operation;
+    return std::shared_ptr<ZTOperation>(operation);
   };
   auto index = job("index files", ZTOperationQueuePriorityNormal);
   auto report = job("send report", ZTOperationQueuePriorityVeryHigh);
