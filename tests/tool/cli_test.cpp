@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <nlohmann/json.hpp>
+
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -113,6 +115,28 @@ TEST(ZtCommandLine, FailuresExitOneAndSayWhy) {
   const Result r = zt({"watch", "/nonexistent-zt-folder/inner/file.txt"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("cannot watch /nonexistent-zt-folder/inner/file.txt"), std::string::npos) << r.err;
+}
+
+TEST(ZtCommandLine, ConflictsListForScriptsAsJson) {
+  const fs::path dir = fs::temp_directory_path() / ("zt_conflicts_test." + std::to_string(::getpid()));
+  fs::create_directories(dir);
+  std::ofstream(dir / "notes.txt") << "mine\n";
+  std::ofstream(dir / "notes.sync-conflict-20260101-120000-ABCDEFG.txt") << "theirs\n";
+  const Result listed = zt({"conflicts", (dir / "notes.txt").string(), "--json"});
+  EXPECT_EQ(listed.status, 0) << listed.err;
+  const auto json = nlohmann::json::parse(listed.out, nullptr, false);
+  ASSERT_FALSE(json.is_discarded()) << listed.out;
+  EXPECT_EQ(json["document"], (dir / "notes.txt").string());
+  ASSERT_EQ(json["versions"].size(), 2u) << listed.out;
+  EXPECT_EQ(json["versions"][0]["conflict"], false);
+  EXPECT_EQ(json["versions"][1]["number"], 1);
+  EXPECT_EQ(json["versions"][1]["syncClient"], "Syncthing");
+  EXPECT_TRUE(json["versions"][1]["modified"].is_string());
+
+  const Result mixed = zt({"conflicts", (dir / "notes.txt").string(), "--json", "--keep", "0"});
+  EXPECT_EQ(mixed.status, 2);
+  EXPECT_TRUE(fs::exists(dir / "notes.sync-conflict-20260101-120000-ABCDEFG.txt"));
+  fs::remove_all(dir);
 }
 
 TEST(ZtCommandLine, EveryCommandHasHelpWithAnExample) {
