@@ -19,7 +19,7 @@ add_library(ZentrelLib::ZentrelLibStatic ALIAS ZentrelLib_static)
 include(CMakePackageConfigHelpers)
 set(ZT_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZentrelLib)
 set(ZT_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-install(DIRECTORY include/zentrel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY include/zentrel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 # The .pc files find their prefix relative to themselves, so an installed tree can be moved.
 file(RELATIVE_PATH zt_pc_prefix_from_pcdir "/prefix/${ZT_PC_DIR}" "/prefix")
 set(zt_pc_head "prefix=\${pcfiledir}/${zt_pc_prefix_from_pcdir}
@@ -36,13 +36,15 @@ foreach(area IN LISTS zt_areas)
   get_property(find_code GLOBAL PROPERTY ZT_AREA_FIND_${area})
 
   install(TARGETS zentrel_${area} zentrel_${area}_static EXPORT ZentrelLib-${area}Targets
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-  install(EXPORT ZentrelLib-${area}Targets NAMESPACE ZentrelLib:: DESTINATION ${ZT_CMAKE_DIR})
+  install(EXPORT ZentrelLib-${area}Targets NAMESPACE ZentrelLib:: DESTINATION ${ZT_CMAKE_DIR}
+          COMPONENT development)
   file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLib-${area}Dependencies.cmake
     "# Third-party packages that ZentrelLib::${area}_static passes on to the linker.\n${find_code}")
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLib-${area}Dependencies.cmake DESTINATION ${ZT_CMAKE_DIR})
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLib-${area}Dependencies.cmake DESTINATION ${ZT_CMAKE_DIR}
+          COMPONENT development)
   string(APPEND ZT_CONFIG_AREAS " ${area}")
   string(APPEND ZT_CONFIG_USES "set(_zt_uses_${area} ${uses})\n")
 
@@ -62,7 +64,7 @@ Requires.private: ${pc_private}
 Libs: -L\${libdir} -lzentrel-${area}${pc_threads}
 Cflags: -I\${includedir} -std=c++20
 ")
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zentrel-${area}.pc DESTINATION ${ZT_PC_DIR})
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zentrel-${area}.pc DESTINATION ${ZT_PC_DIR} COMPONENT development)
   list(APPEND zt_pc_all zentrel-${area})
 endforeach()
 
@@ -74,14 +76,14 @@ Version: ${PROJECT_VERSION}
 Requires: ${zt_pc_all}
 Cflags: -I\${includedir}
 ")
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zentrel.pc DESTINATION ${ZT_PC_DIR})
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/zentrel.pc DESTINATION ${ZT_PC_DIR} COMPONENT development)
 
-install(TARGETS ZentrelLib ZentrelLib_static EXPORT ZentrelLibTargets)
-install(EXPORT ZentrelLibTargets NAMESPACE ZentrelLib:: DESTINATION ${ZT_CMAKE_DIR})
+install(TARGETS ZentrelLib ZentrelLib_static EXPORT ZentrelLibTargets COMPONENT development)
+install(EXPORT ZentrelLibTargets NAMESPACE ZentrelLib:: DESTINATION ${ZT_CMAKE_DIR} COMPONENT development)
 configure_package_config_file(cmake/ZentrelLibConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfig.cmake INSTALL_DESTINATION ${ZT_CMAKE_DIR})
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/ZentrelLibConfigVersion.cmake
-        DESTINATION ${ZT_CMAKE_DIR})
+        DESTINATION ${ZT_CMAKE_DIR} COMPONENT development)

@@ -67,6 +67,7 @@ int runCollectionsTour() {
 
 void addCollectionsCommand(CLI::App& app) {
   auto* command = app.add_subcommand("collections", "A least-recently-used cache and an array with a key index");
+  command->footer("Example: zt collections");
   command->callback([] {
     if (runCollectionsTour() != 0) throw CLI::RuntimeError(1);
   });

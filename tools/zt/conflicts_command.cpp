@@ -9,6 +9,7 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
@@ -56,6 +57,38 @@ void listVersions(const ZTFileVersionList& versions) {
     std::cout << kind << ", " << (v->localizedNameOfSavingComputer() ? "from " + *v->localizedNameOfSavingComputer() : std::string("device not named"))
               << ", modified " << shownDate(v->modificationDate()) << "\n     " << v->URL().path() << "\n";
   }
+}
+
+nlohmann::json utcDate(const std::optional<ZTDate>& date) {
+  if (!date) return nullptr;
+  const std::time_t seconds = static_cast<std::time_t>(date->timeIntervalSince1970());
+  std::tm utc{};
+  ::gmtime_r(&seconds, &utc);
+  char text[32];
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+  return text;
+}
+
+// The listing for scripts: {"document": path, "versions": [{number, path, conflict, syncClient,
+// device, modified}]}, with null where a value is unknown.
+int listVersionsAsJson(const std::string& file) {
+  const ZTFileURL url = ZTFileURL::fileURLWithPath(file);
+  const ZTFileVersionList versions = versionsInOrder(url);
+  nlohmann::json list = nlohmann::json::array();
+  for (std::size_t i = 0; i < versions.size(); ++i) {
+    const auto& v = versions[i];
+    const auto name = v->conflictCopyName();
+    const auto device = v->localizedNameOfSavingComputer();
+    list.push_back({{"number", i},
+                    {"path", v->URL().path()},
+                    {"conflict", v->isConflict()},
+                    {"syncClient", name ? nlohmann::json(name->syncClient) : nlohmann::json(nullptr)},
+                    {"device", device ? nlohmann::json(*device) : nlohmann::json(nullptr)},
+                    {"modified", utcDate(v->modificationDate())}});
+  }
+  const nlohmann::json out = {{"document", url.path()}, {"versions", std::move(list)}};
+  std::cout << out.dump(2) << "\n";
+  return 0;
 }
 
 std::string firstStepText(const ZTFileVersionList& saving) {
@@ -166,14 +199,21 @@ int runConflicts(const std::string& file, const std::vector<std::size_t>& keep, 
 void addConflictsCommand(CLI::App& app) {
   auto* command = app.add_subcommand(
       "conflicts", "List a document's conflict copies (Syncthing, Nextcloud, ownCloud, Dropbox) and resolve them");
+  command->footer("Lists the document (0) and its conflict copies (1, 2, ...) when neither --keep nor --delete is given.\n"
+      "Exit status: 0 when done, 1 when a file could not be changed, 2 for numbers that do not fit the list.\n\n"
+      "Example: zt conflicts ~/notes.txt\n"
+      "         zt conflicts ~/notes.txt --json\n"
+      "         zt conflicts ~/notes.txt --keep 0 --delete 1 2");
   static std::string file;
   static std::vector<std::size_t> keep;
   static std::vector<std::size_t> remove;
   command->add_option("FILE", file, "The document")->required();
-  command->add_option("--keep", keep, "Versions to keep, by the numbers listed: 0 (the document) stays if kept, else the first kept one takes its place");
-  command->add_option("--delete", remove, "Conflict copies to remove (to the trash), by the numbers listed");
+  static bool json = false;
+  auto* keepOption = command->add_option("--keep", keep, "Versions to keep, by the numbers listed: 0 (the document) stays if kept, else the first kept one takes its place");
+  auto* deleteOption = command->add_option("--delete", remove, "Conflict copies to remove (to the trash), by the numbers listed");
+  command->add_flag("--json", json, "Print the list as one JSON object, for scripts")->excludes(keepOption)->excludes(deleteOption);
   command->callback([] {
-    const int status = runConflicts(file, keep, remove);
+    const int status = json ? listVersionsAsJson(file) : runConflicts(file, keep, remove);
     if (status != 0) throw CLI::RuntimeError(status);
   });
 }

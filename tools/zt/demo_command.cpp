@@ -11,6 +11,7 @@ namespace ztool {
 
 void addDemoCommand(CLI::App& app) {
   auto* command = app.add_subcommand("demo", "Show the library at work: every tour, one after another");
+  command->footer("Example: zt demo");
   command->callback([] {
     const std::vector<std::pair<const char*, std::function<int()>>> tours = {
         {"threads", runThreadsTourWithDefaults},

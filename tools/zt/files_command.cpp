@@ -130,6 +130,7 @@ int runFilesTourWithDefaults() { return runFilesTour({}); }
 
 void addFilesCommand(CLI::App& app) {
   auto* command = app.add_subcommand("files", "Paths, unique names, name validation, standard folders, file types");
+  command->footer("Example: zt files ~/Documents/report.pdf /tmp");
   static std::vector<std::string> paths;
   command->add_option("paths", paths, "Files to describe (a scratch folder is used if none are given)");
   command->callback([] {

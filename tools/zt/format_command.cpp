@@ -198,6 +198,7 @@ int runFormatTour() {
 
 void addFormatCommand(CLI::App& app) {
   auto* command = app.add_subcommand("format", "Formatters: lengths, points, pixels, digits, dates, markers, flags");
+  command->footer("Without a subcommand, shows each formatter once.\n\nExample: zt format --locale de_DE length 0.5");
   command->add_option("--locale", options().locale, "Locale to use, such as de_DE (the process's locale otherwise)");
   command->require_subcommand(0, 1);
   command->callback([command] {
@@ -205,6 +206,7 @@ void addFormatCommand(CLI::App& app) {
   });
 
   auto* length = command->add_subcommand("length", "Show a length given in metres, and read the text back");
+  length->footer("Example: zt format length 2.54 --unit in --long");
   length->add_option("metres", options().value, "The length in metres")->required();
   length->add_option("--unit", options().unit, "A fixed unit (the locale picks one otherwise)")
       ->check(CLI::IsMember({"mm", "cm", "m", "km", "in", "ft", "yd", "mi"}));
@@ -212,35 +214,42 @@ void addFormatCommand(CLI::App& app) {
   addRunner(length, runLength);
 
   auto* readLength = command->add_subcommand("read-length", "Read a typed length such as \"12 in\" as metres");
+  readLength->footer("Example: zt format read-length \"12 in\"");
   readLength->add_option("text", options().text, "The typed length")->required();
   readLength->add_flag("--long", options().longNames, "Expect unit names written out");
   addRunner(readLength, runReadLength);
 
   auto* points = command->add_subcommand("points", "A points field: shown, editing and typed texts");
+  points->footer("Example: zt format points 12.25 --read \"12 pt\"");
   points->add_option("value", options().value, "The number of points")->required();
   points->add_option("--read", options().text, "A typed text to read, such as \"12\" or \"12 pt\"");
   points->add_flag("--zero-empty", options().zeroEmpty, "Show numbers below 1 as an empty field");
   addRunner(points, runPoints);
 
   auto* pixels = command->add_subcommand("pixels", "A pixels field: whole numbers with \" px\"");
+  pixels->footer("Example: zt format pixels 640 --read \"640 px\"");
   pixels->add_option("value", options().value, "The number of pixels")->required();
   pixels->add_option("--read", options().text, "A typed text to read");
   addRunner(pixels, runPixels);
 
   auto* digits = command->add_subcommand("digits", "Whether a text may stand in a digits-only field");
+  digits->footer("Example: zt format digits 0042");
   digits->add_option("text", options().text, "The text being typed")->required();
   addRunner(digits, runDigits);
 
   auto* date = command->add_subcommand("date", "A date shown as Today, Yesterday or the medium date");
+  date->footer("Example: zt format date 1");
   date->add_option("days-ago", options().daysAgo, "How many days back (0 = now)")->required();
   addRunner(date, runDate);
 
   auto* markers = command->add_subcommand("markers", "Mark-up with pairs of markers: \"a ~bold~ word\"");
+  markers->footer("Example: zt format markers \"Save ~all~ files?\"");
   markers->add_option("text", options().text, "The marked-up text")->required();
   markers->add_option("--marker", options().marker, "The marker (default ~)");
   addRunner(markers, runMarkers);
 
   auto* flag = command->add_subcommand("flag", "The emoji flag of an ISO country code");
+  flag->footer("Example: zt format flag CH");
   flag->add_option("code", options().text, "Two upper-case letters, such as CH")->required();
   addRunner(flag, runFlag);
 }

@@ -51,6 +51,7 @@ int runGeometryTour() {
 
 void addGeometryCommand(CLI::App& app) {
   auto* command = app.add_subcommand("geometry", "Rectangle arithmetic, fitting transforms, Bezier curves");
+  command->footer("Example: zt geometry");
   command->callback([] {
     if (runGeometryTour() != 0) throw CLI::RuntimeError(1);
   });

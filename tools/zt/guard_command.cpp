@@ -158,6 +158,9 @@ void addGuardCommand(CLI::App& app) {
       "guard",
       "Run a command under the crash guard: after it crashes (dies from a signal), later runs with the same "
       "--id are refused until --retry is given. Records live in " + ZTCachesDirectoryAdd("zt-guard.plist") + ".");
+  command->footer("Exit status: the command's own; 128 + the signal when it was stopped or crashed; 126 or 127 when it\n"
+      "could not be started; 1 when zt refused to run it or could not keep the record; 2 for a bad command line.\n\n"
+      "Example: zt guard --id backup -- rsync -a ~/Documents /mnt/backup");
   static std::string identifier;
   static bool retry = false;
   static std::vector<std::string> arguments;

@@ -76,6 +76,7 @@ int runOperationsTour() {
 
 void addOperationsCommand(CLI::App& app) {
   auto* command = app.add_subcommand("operations", "An operation queue ordering jobs by priority and dependency");
+  command->footer("Example: zt operations");
   command->callback([] {
     if (runOperationsTour() != 0) throw CLI::RuntimeError(1);
   });

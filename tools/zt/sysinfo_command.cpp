@@ -179,6 +179,7 @@ int runSysinfoWithDefaults() { return runSysinfo(false, ""); }
 
 void addSysinfoCommand(CLI::App& app) {
   auto* command = app.add_subcommand("sysinfo", "The machine's answers: network, model, versions, memory, devices");
+  command->footer("Example: zt sysinfo --json");
   static bool json = false;
   static std::string desktopEntry;
   command->add_flag("--json", json, "Print one JSON object, for scripts");

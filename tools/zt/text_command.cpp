@@ -81,6 +81,7 @@ int runTextTourWithDefaults() {
 
 void addTextCommand(CLI::App& app) {
   auto* command = app.add_subcommand("text", "Format engine, truncation to a width, digests, AES and gzip");
+  command->footer("Example: zt text \"Grüße aus Zürich, wo die Sonne scheint\"");
   static std::string text;
   command->add_option("text", text, "The text to work on (a sample sentence if left out)");
   command->callback([] {

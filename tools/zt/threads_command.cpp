@@ -163,6 +163,7 @@ int runThreadsTourWithDefaults() { return runThreadsTour(100000); }
 
 void addThreadsCommand(CLI::App& app) {
   auto* command = app.add_subcommand("threads", "Start worker threads and move calls between threads, with timings");
+  command->footer("Example: zt threads --calls 100000");
   static int calls = 100000;
   command->add_option("--calls", calls, "How many calls to send to the worker in the throughput step")
       ->check(CLI::Range(1, 100000000))

@@ -46,6 +46,7 @@ std::ostream& operator<<(std::ostream& out, const ZTCountedDictionaryEntry<Value
   return out << ">";
 }
 
+// A dictionary whose entries carry a use count; an entry goes when its last user releases it.
 template <class Key, class Value, class Hash = std::hash<Key>, class KeyEqual = std::equal_to<Key>,
           class ValueEqual = zt::detail::EqualObjects>
 class ZTCountedDictionary {

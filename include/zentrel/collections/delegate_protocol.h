@@ -55,6 +55,7 @@ struct ZTMethodDescription {
   std::string_view name() const { return selector.name(); }
 };
 
+// A delegate interface by name, with its required and optional methods.
 class ZT_API ZTProtocol {
  public:
   ZTProtocol(std::string name, std::initializer_list<ZTSelector> requiredSelectors,
@@ -75,6 +76,7 @@ class ZT_API ZTProtocol {
   std::vector<ZTSelector> optional_;
 };
 
+// The base of delegate interfaces: says which of the interface's optional methods an object implements.
 class ZT_API ZTDelegateProtocol {
  public:
   virtual ~ZTDelegateProtocol();

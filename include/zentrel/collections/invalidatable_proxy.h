@@ -27,6 +27,7 @@ class ZT_API ZTInvalidatedProxyException : public ZTInternalInconsistencyExcepti
   using ZTInternalInconsistencyException::ZTInternalInconsistencyException;
 };
 
+// A stand-in for an object that passes calls on until invalidate() cuts it off.
 template <class T>
 class ZTInvalidatableProxy {
  public:

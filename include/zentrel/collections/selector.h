@@ -67,6 +67,7 @@ constinit SelectorTag SelectorFor<Method>::tag{typeid(SelectorFor<Method>), &Sel
 
 }  // namespace zt::detail
 
+// The identity of one method of a delegate interface; a small value, compared and hashed cheaply.
 class ZTSelector {
  public:
   constexpr ZTSelector() = default;
@@ -92,6 +93,7 @@ template <auto Method>
   requires std::is_member_function_pointer_v<decltype(Method)>
 inline constexpr ZTSelector ZTSelectorOf{&zt::detail::SelectorFor<Method>::tag};
 
+// Lets selectors key unordered containers.
 template <>
 struct std::hash<ZTSelector> {
   std::size_t operator()(ZTSelector selector) const { return selector.hash(); }

@@ -27,6 +27,7 @@
 
 inline constexpr const char* ZTMemoryExhaustionRiskFreeMemoryKey = "ZTMemoryExhaustionRiskFreeMemoryKey";
 
+// A crash guard that lets a crashed operation run again only once more memory is free than when it crashed.
 class ZT_API ZTMemoryExhaustionRiskCrashLogger : public ZTRiskCrashLogger {
  public:
   using FreeMemoryReading = std::function<std::uint64_t()>;

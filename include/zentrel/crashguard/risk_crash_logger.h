@@ -59,6 +59,7 @@
 // The notification an application posts on the default centre when it is about to quit in order.
 inline constexpr const char* ZTApplicationWillTerminateNotification = "ZTApplicationWillTerminateNotification";
 
+// Guards operations that may take the process down: remembers a crash and refuses the next run.
 class ZT_API ZTRiskCrashLogger : public std::enable_shared_from_this<ZTRiskCrashLogger> {
  public:
   using Block = std::function<void()>;

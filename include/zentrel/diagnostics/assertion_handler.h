@@ -38,6 +38,7 @@ class ZT_API ZTAssertionHandler {
   using HandlerBlock = std::function<void(const std::string& symbol, const std::string& file, std::int64_t line,
                                           const std::string& description)>;
 
+  // Whether assertions are checked, and the block every failure is handed to.
   struct Configuration {
     bool assertionsEnabled = false;
     HandlerBlock sharedHandlerBlock;

@@ -84,6 +84,7 @@ class ZT_API ZTFileSystemUpdatesWatcherDelegate {
                                                                      const std::string& path, const ZTValue& state);
 };
 
+// Watches files and folders and reports when a burst of changes to one begins and when it settles.
 class ZT_API ZTFileSystemUpdatesWatcher : public std::enable_shared_from_this<ZTFileSystemUpdatesWatcher> {
  public:
   using Seconds = std::chrono::duration<double>;

@@ -64,6 +64,7 @@ struct ZT_API ZTConflictCopyName {
   ZTDate nameDate;                          // the date in the name, read in local time
 };
 
+// One version of a document: the document itself or a conflict copy a sync client left beside it.
 class ZT_API ZTFileVersion : public std::enable_shared_from_this<ZTFileVersion> {
  public:
   // Whether `candidateName` is a conflict copy of the item named `itemName` (both bare file

@@ -31,6 +31,7 @@
 class ZTQuadraticBezierCurve;
 class ZTCubicBezierCurve;
 
+// The control polygon of a Bezier curve, with its length estimate and its points or segments.
 class ZT_API ZTBezierCurve {
  public:
   // The cached segment count's "not computed yet" value (the largest signed 64-bit integer).

@@ -16,6 +16,7 @@ struct ZTPoint {
   friend constexpr bool operator==(const ZTPoint&, const ZTPoint&) = default;
 };
 
+// A width and a height.
 struct ZTSize {
   double width = 0;
   double height = 0;

@@ -58,6 +58,7 @@ class ZT_API ZTBlockOperation : public ZTCancellationHandlingOperation {
   FailureHandler failureHandler_;
 };
 
+// A concurrent operation built from callables: it finishes when its work calls back.
 class ZT_API ZTConcurrentBlockOperation : public ZTConcurrentOperation {
  public:
   using ExecutionBlock = std::function<void(ZTConcurrentBlockOperation& operation, std::optional<ZTError>& error)>;

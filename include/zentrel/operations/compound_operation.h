@@ -37,6 +37,7 @@ class ZTNotificationObserver;
 
 inline constexpr std::uint64_t ZTCompoundOperationWaitUntilFinishedAndCompletionHandlersAreCalled = 1;
 
+// Runs a set of operations on a private queue and finishes when they all have.
 class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
  public:
   using CompletionHandler = std::function<void(ZTCompoundConcurrentOperation& operation)>;
@@ -85,6 +86,7 @@ class ZT_API ZTCompoundConcurrentOperation : public ZTConcurrentOperation {
   std::shared_ptr<ZTNotificationObserver> emptyQueueObserver_ ZT_GUARDED_BY(mutex_);
 };
 
+// A compound operation to which operations can still be added while it runs.
 class ZT_API ZTMutableCompoundConcurrentOperation : public ZTCompoundConcurrentOperation {
  public:
   // As the base's create(), but an empty member list is accepted.

@@ -154,6 +154,7 @@ class ZTObjectsPoolLease {
   std::shared_ptr<T> object_;
 };
 
+// A bounded set of reusable objects handed out, taken back and waited for.
 template <class T>
 class ZTObjectsPool : public std::enable_shared_from_this<ZTObjectsPool<T>> {
  public:

@@ -68,6 +68,7 @@ class ZT_API ZTOperationObservation {
   virtual ~ZTOperationObservation() = default;
 };
 
+// One unit of work with a life of its own; the base of every operation and what a queue runs.
 class ZT_API ZTOperation : public std::enable_shared_from_this<ZTOperation> {
  public:
   using Observer = std::function<void(ZTOperation& operation, std::string_view key, ZTKeyValueChange change)>;

@@ -51,6 +51,7 @@ namespace zt::detail {
 struct PendingStarts;
 }  // namespace zt::detail
 
+// Runs operations in priority order, a bounded number at once.
 class ZT_API ZTOperationQueue : public std::enable_shared_from_this<ZTOperationQueue> {
  public:
   // nullptr for a null thread. The queue does not check the thread's state, and does not own the

@@ -22,6 +22,7 @@ inline constexpr const char* ZTLocalizedFailureReasonErrorKey = "NSLocalizedFail
 inline constexpr const char* ZTUnderlyingErrorKey = "NSUnderlyingError";
 inline constexpr const char* ZTFilePathErrorKey = "NSFilePath";
 
+// A recoverable failure as a value: a domain, a code and user info.
 class ZT_API ZTError {
  public:
   ZTError() = default;

@@ -103,6 +103,7 @@ class ZT_API ZTFilePresenter {
   }
 };
 
+// Makes read and write claims on files and folders, and tells file presenters about them.
 class ZT_API ZTFileCoordinator : public std::enable_shared_from_this<ZTFileCoordinator> {
  public:
   using Seconds = std::chrono::duration<double>;

@@ -95,6 +95,7 @@ enum class ZTLinkTraversal { Follow, DontFollow };
 
 class ZTDirectoryEnumerator;
 
+// Existence, attributes, folders, copy, move, remove, links and enumeration of files.
 class ZT_API ZTFileManager : public std::enable_shared_from_this<ZTFileManager> {
  public:
   // Decides, item by item, whether an operation touches it. Every method is optional and says

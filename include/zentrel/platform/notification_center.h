@@ -27,6 +27,7 @@
 
 class ZTDispatchQueue;
 
+// One broadcast: a name, the object that sent it and user info.
 struct ZTNotification {
   std::string name;
   std::shared_ptr<const void> object;  // the sender, or null
@@ -45,6 +46,7 @@ class ZT_API ZTNotificationObserver {
   virtual const std::string& name() const = 0;
 };
 
+// Broadcasts named notifications to the observers that asked for them.
 class ZT_API ZTNotificationCenter : public std::enable_shared_from_this<ZTNotificationCenter> {
  public:
   using Callback = std::function<void(const ZTNotification&)>;

@@ -52,6 +52,7 @@ class ZT_API ZTFileDescriptorSource {
   virtual int fileDescriptor() const = 0;
 };
 
+// The event loop of one thread: calls posted from other threads, timers and file-descriptor sources.
 class ZT_API ZTRunLoop : public std::enable_shared_from_this<ZTRunLoop> {
  public:
   using Clock = std::chrono::steady_clock;

@@ -26,6 +26,7 @@ using ZTValueArray = std::vector<ZTValue>;
 using ZTValueDictionary = std::map<std::string, ZTValue, std::less<>>;
 using ZTBytes = std::vector<std::uint8_t>;
 
+// A dynamic value: null, bool, integer, double, string, bytes, date, array or dictionary.
 class ZT_API ZTValue {
  public:
   enum class Type { Null, Bool, Int, UInt, Double, String, Bytes, Date, Array, Dictionary };

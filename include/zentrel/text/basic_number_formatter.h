@@ -39,6 +39,7 @@
 
 enum class ZTNumberFormatterStyle : int { None = 0, Decimal = 1 };
 
+// Numbers shown and read in a locale, with the settings of desktop number fields.
 class ZT_API ZTBasicNumberFormatter : public ZTFormatter {
  public:
   ZTBasicNumberFormatter();

@@ -30,6 +30,7 @@ struct ZTDateComponents {
   friend bool operator==(const ZTDateComponents&, const ZTDateComponents&) = default;
 };
 
+// A calendar in a locale and a time zone: day, month and year of a date, and where a day begins.
 class ZT_API ZTCalendar {
  public:
   // The locale's calendar in the given zone (empty: the process's default time zone, from TZ or

@@ -22,6 +22,7 @@
 
 enum class ZTDateFormatterStyle : int { None = 0, Short = 1, Medium = 2, Long = 3, Full = 4 };
 
+// Dates and times shown and read in a locale's styles.
 class ZT_API ZTDateFormatter : public ZTFormatter {
  public:
   // Date and time styles None: the medium date is used when both are None.

@@ -51,6 +51,7 @@ enum class ZTLengthFormatterUnit : std::int64_t {
 // "inches".
 enum class ZTFormattingUnitStyle : int { Short = 1, Medium = 2, Long = 3 };
 
+// Lengths in metres shown and read in a unit a user knows.
 class ZT_API ZTLengthFormatter : public ZTFormatter {
  public:
   // usesLocaleUnit on, unit millimetre, medium unit style, a decimal number formatter (0 to 3

@@ -25,6 +25,7 @@
 // user info). An application that changes ICU's default locale by other means posts it itself.
 inline constexpr const char* ZTCurrentLocaleDidChangeNotification = "NSCurrentLocaleDidChangeNotification";
 
+// A locale identifier and what the library reads from it.
 class ZT_API ZTLocale {
  public:
   // ICU's root locale.

@@ -39,6 +39,7 @@ class ZT_API ZTNumberFormatter : public ZTBasicNumberFormatter {
   [[nodiscard]] std::shared_ptr<ZTFormatter> copy() const override;
 };
 
+// A points field: numbers followed by " pt".
 class ZT_API ZTPointsNumberFormatter : public ZTNumberFormatter {
  public:
   ZTPointsNumberFormatter();
@@ -58,6 +59,7 @@ class ZT_API ZTPointsNumberFormatter : public ZTNumberFormatter {
   bool replaceZeroValueWithEmptyString_ = false;
 };
 
+// A pixels field: whole numbers followed by " px".
 class ZT_API ZTPixelsNumberFormatter : public ZTNumberFormatter {
  public:
   ZTPixelsNumberFormatter();
@@ -65,6 +67,7 @@ class ZT_API ZTPixelsNumberFormatter : public ZTNumberFormatter {
   [[nodiscard]] std::shared_ptr<ZTFormatter> copy() const override;
 };
 
+// A field that accepts digits only.
 class ZT_API ZTDigitsOnlyNumberFormatter : public ZTBasicNumberFormatter {
  public:
   ZTDigitsOnlyNumberFormatter() = default;

@@ -21,6 +21,7 @@
 // need cairo's include path.
 typedef struct _cairo_font_face cairo_font_face_t;
 
+// A font chosen through fontconfig at a size in points, to measure and draw text with.
 class ZT_API ZTFont {
  public:
   // The sizes a font may have. FreeType renders at most 65,535 pixels per em and Pango counts
