@@ -61,11 +61,17 @@ ChildResult runChild(const std::string& scenario, const char* families, long fai
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string text = *entry;
     if (text.rfind("ZT_FAULT_", 0) == 0 || text.rfind("LD_PRELOAD=", 0) == 0 || text.rfind("TMPDIR=", 0) == 0 ||
-        text.rfind("XDG_RUNTIME_DIR=", 0) == 0 || text.rfind("XDG_CACHE_HOME=", 0) == 0) {
+        text.rfind("XDG_RUNTIME_DIR=", 0) == 0 || text.rfind("XDG_CACHE_HOME=", 0) == 0 ||
+        text.rfind("ASAN_OPTIONS=", 0) == 0) {
       continue;
     }
     environment.push_back(text);
   }
+  // In AddressSanitizer builds the preloaded library comes before the sanitizer's runtime, which
+  // the runtime refuses unless told that this order is intended.
+  const char* asanOptions = std::getenv("ASAN_OPTIONS");
+  environment.push_back(std::string("ASAN_OPTIONS=") + (asanOptions != nullptr ? asanOptions : "") +
+                        (asanOptions != nullptr && *asanOptions != '\0' ? ":" : "") + "verify_asan_link_order=0");
   environment.push_back(std::string("LD_PRELOAD=") + ZT_FAULT_INJECTION_LIBRARY);
   environment.push_back("ZT_FAULT_SCOPE=" + folder.string() + ":" + other.string());
   environment.push_back(std::string("ZT_FAULT_CALLS=") + families);
