@@ -1,6 +1,7 @@
-// Unique names and base-path tests on arbitrary names, separators and suffixes. The handler says
-// "taken" a fuzzer-chosen number of times (at most 64), so every numbering rule is reached; the
-// chosen name must be one the handler accepted and must differ from every name it refused.
+// Unique names and base-path tests on arbitrary names, separators and suffixes. The handler treats
+// the first names it is asked about (a fuzzer-chosen number, at most 64) as taken, and keeps saying
+// so if asked again, so every numbering rule is reached and the search must move on to a free
+// name: the chosen name is never one it refused, and the search ends (libFuzzer's timeout).
 #include <cstdlib>
 #include <set>
 
@@ -24,6 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string chosen = ZTGenerateUniqueDisplayNameUsingCanCreateItemBlock(
       name, std::any(), isDirectory, separator, suffix, startNumber,
       [&](const std::string& candidate, const std::any&) {
+        if (refused.count(candidate) != 0) return false;
         if (asked++ < refusals) {
           refused.insert(candidate);
           return false;
@@ -33,9 +35,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (refused.count(chosen) != 0) std::abort();
 
   asked = 0;
+  std::set<std::string> existing;
   const std::string path = "/fuzz/" + name;
-  (void)ZTGenerateUniquePathUsingItemExistsBlock(path, isDirectory, separator, suffix, startNumber,
-                                                 [&](const std::string&) { return asked++ < refusals; });
+  const std::string unique = ZTGenerateUniquePathUsingItemExistsBlock(
+      path, isDirectory, separator, suffix, startNumber, [&](const std::string& candidate) {
+        if (existing.count(candidate) != 0) return true;
+        if (asked++ < refusals) {
+          existing.insert(candidate);
+          return true;
+        }
+        return false;
+      });
+  if (existing.count(unique) != 0) std::abort();
 
   const std::string other = zt_fuzz::text(input, 300);
   const bool isBase = zt::isBasePathOfPath(other, name);
