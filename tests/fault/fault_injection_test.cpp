@@ -24,6 +24,11 @@
 
 extern char** environ;
 
+namespace zt::fault {
+// Test names and failure messages show the scenario's name.
+void PrintTo(const ScenarioEntry& entry, std::ostream* out) { *out << entry.name; }
+}  // namespace zt::fault
+
 namespace fs = std::filesystem;
 
 namespace {

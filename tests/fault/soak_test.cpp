@@ -80,7 +80,7 @@ TEST(Soak, WatcherAndQueueRunWithoutGrowingMemoryOrDescriptors) {
             nullptr, nullptr, nullptr, nullptr));
       }
       queue->addOperations(batch);
-      for (const auto& operation : batch) operation->waitUntilFinished(std::chrono::seconds(30));
+      for (const auto& operation : batch) (void)operation->waitUntilFinished(std::chrono::seconds(30));
     }
   });
 
