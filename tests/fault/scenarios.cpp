@@ -39,7 +39,7 @@ void writeContents(const fs::path& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
-// Text whose every part differs, so a torn or shifted copy is told apart from a whole one.
+// Text whose every line differs, so a torn or shifted copy is told apart from a whole one.
 std::string numberedText(std::size_t bytes) {
   std::string text;
   for (std::size_t i = 0; text.size() < bytes; ++i) text += std::to_string(i) + "\n";

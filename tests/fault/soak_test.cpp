@@ -1,6 +1,6 @@
 // A long run of the watcher and an operation queue together, sampling resident memory and open
 // descriptors: after the first minute neither may grow. Skipped unless ZT_SOAK_SECONDS is set;
-// scripts/soak runs it (ten minutes by default). Not part of CI.
+// scripts/soak runs it (ten minutes by default). Not run by CI.
 #include <gtest/gtest.h>
 
 #include <atomic>
