@@ -274,6 +274,35 @@ TEST(RiskCrashLogger, BadFilesCountAsAnEmptyLogAndAreReplacedWhole) {
   EXPECT_EQ(entries, 2);
 }
 
+// Property lists may carry NUL bytes inside keys and strings (binary lists, or raw bytes in XML
+// text), which libplist answers with an assertion that ends the process. The guard must count such
+// a file as malformed, not die at launch.
+TEST(RiskCrashLogger, LogsWithANulInsideATextCountAsMalformed) {
+  static const char kNulInKey[] =
+      "\x62\x70\x6c\x69\x73\x74\x30\x30\xd1\x01\x02\x69\x5d\x6d\x00\x01\x33\x00\x00\x00\x00\x00\x00\x00"
+      "\x00\x08\x0b\x19\x20\x26\x2b\x35\x37\x3a\x00\x00\x6e\x74\x54\x64\x61\x74\x61\x59\x73\x74\x61\x72"
+      "\x74\x44\x61\x74\x65\x10\x03\x42\x00\x01\x33\x41\xc5\xcb\xaf\x52\x80\x00\x00\x08\x0b\x19\x20\x26"
+      "\x2b\x35\x37\x3a\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00\x00\x00\x00\x00\x09\x00\x00\x00\x00"
+      "\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x43";
+  const std::vector<char> bytes(kNulInKey, kNulInKey + sizeof kNulInKey - 1);
+  EXPECT_FALSE(zt::crashguard_internal::dictionaryFromPropertyList(bytes).has_value());
+  const std::string xml =
+      std::string("<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>k</key><string>a") + '\0' +
+      "b</string></dict></plist>";
+  EXPECT_FALSE(zt::crashguard_internal::dictionaryFromPropertyList(std::vector<char>(xml.begin(), xml.end())));
+
+  // A sound binary list is still read, through the same path.
+  static const char kSound[] =
+      "\x62\x70\x6c\x69\x73\x74\x30\x30\xd1\x01\x02\x56\x69\x6d\x70\x6f\x72\x74\xd1\x03\x04\x55\x63\x6f"
+      "\x75\x6e\x74\x10\x03\x08\x0b\x12\x15\x1b\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00\x00\x00\x00"
+      "\x00\x05\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x1d";
+  const std::optional<ZTValueDictionary> sound =
+      zt::crashguard_internal::dictionaryFromPropertyList(std::vector<char>(kSound, kSound + sizeof kSound - 1));
+  ASSERT_TRUE(sound.has_value());
+  ASSERT_EQ(sound->count("import"), 1u);
+  EXPECT_EQ(sound->at("import").getIf<ZTValueDictionary>()->at("count"), ZTValue(std::uint64_t{3}));
+}
+
 TEST(RiskCrashLogger, NamesResolveInTheCachesFolder) {
   auto logger = ZTRiskCrashLogger::createWithCrashesLogPlistName("crash-protection-names.plist");
   ASSERT_NE(logger, nullptr);

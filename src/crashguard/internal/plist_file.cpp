@@ -207,12 +207,27 @@ std::optional<std::vector<char>> readWholeFile(const std::string& path, ZTError*
 
 std::optional<ZTValueDictionary> dictionaryFromPropertyList(const std::vector<char>& bytes) {
   if (bytes.empty() || bytes.size() > kMaximumFileSize) return std::nullopt;
-  plist_t raw = nullptr;
+  // libplist keeps NUL bytes inside keys and strings (raw in XML text, or in a binary list) and then
+  // aborts the process (an assertion) when asked for such a text. XML forbids the character, so a
+  // list is read through its XML form, and one whose XML form holds a NUL byte is malformed.
+  std::string xml;
   if (plist_is_binary(bytes.data(), static_cast<std::uint32_t>(bytes.size()))) {
-    plist_from_bin(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &raw);
+    plist_t binaryRoot = nullptr;
+    plist_from_bin(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &binaryRoot);
+    const PlistPtr binary(binaryRoot);
+    if (!binary) return std::nullopt;
+    char* text = nullptr;
+    std::uint32_t length = 0;
+    plist_to_xml(binary.get(), &text, &length);
+    if (!text) return std::nullopt;
+    xml.assign(text, length);
+    plist_to_xml_free(text);
   } else {
-    plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &raw);
+    xml.assign(bytes.data(), bytes.size());
   }
+  if (xml.find('\0') != std::string::npos) return std::nullopt;
+  plist_t raw = nullptr;
+  plist_from_xml(xml.data(), static_cast<std::uint32_t>(xml.size()), &raw);
   PlistPtr root(raw);
   if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return std::nullopt;
   bool ok = true;
