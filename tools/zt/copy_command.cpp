@@ -102,6 +102,9 @@ void addCopyCommand(CLI::App& app) {
   auto* command = app.add_subcommand(
       "copy", "Copy a file in the background under file coordination and print the path written "
               "(an identical file at DEST is reused; a different one gets a free name beside it)");
+  command->footer(
+      "Exit status 0 when the file is in place (the path written is printed), 1 when the copy failed.\n\n"
+      "Example: zt copy ~/report.pdf /media/usb/");
   static std::string source;
   static std::string destination;
   command->add_option("SOURCE", source, "The file to copy")->required();
