@@ -9,6 +9,8 @@ pkg_check_modules(ZT_ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(ZT_FONTS REQUIRED IMPORTED_TARGET fontconfig freetype2 harfbuzz cairo)
 pkg_check_modules(ZT_PANGO REQUIRED IMPORTED_TARGET pangocairo pangoft2)
 pkg_check_modules(ZT_PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(ZT_CURL REQUIRED IMPORTED_TARGET libcurl)
+pkg_check_modules(ZT_URIPARSER REQUIRED IMPORTED_TARGET liburiparser)
 
 find_path(ZT_ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(zt_asio INTERFACE)
@@ -55,6 +57,10 @@ zt_describe_dependency(PkgConfig::ZT_PANGO PKG_CONFIG pangocairo pangoft2
   FIND "pkg_check_modules(ZT_PANGO QUIET IMPORTED_TARGET pangocairo pangoft2)")
 zt_describe_dependency(PkgConfig::ZT_PLIST PKG_CONFIG libplist-2.0
   FIND "pkg_check_modules(ZT_PLIST QUIET IMPORTED_TARGET libplist-2.0)")
+zt_describe_dependency(PkgConfig::ZT_CURL PKG_CONFIG libcurl
+  FIND "pkg_check_modules(ZT_CURL QUIET IMPORTED_TARGET libcurl)")
+zt_describe_dependency(PkgConfig::ZT_URIPARSER PKG_CONFIG liburiparser
+  FIND "pkg_check_modules(ZT_URIPARSER QUIET IMPORTED_TARGET liburiparser)")
 
 if(ZT_BUILD_TESTS)
   find_package(GTest REQUIRED)
