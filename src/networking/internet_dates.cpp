@@ -14,7 +14,7 @@
 #include <memory>
 #include <vector>
 
-#include "internal/internet_date_formatters.h"
+#include "networking/internal/internet_date_formatters.h"
 #include "zentrel/platform/log.h"
 #include "zentrel/platform/mutex.h"
 
