@@ -46,6 +46,13 @@ void addGuardCommand(CLI::App& app);
 
 // `zt conflicts FILE [--keep N...] [--delete N...]`: a document's conflict copies, listed and resolved.
 void addConflictsCommand(CLI::App& app);
+// `zt date parse TEXT` / `zt date now`: Internet dates read and written.
+void addDateCommand(CLI::App& app);
+int runDateParse(const std::string& text);
+int runDateNow();
+// `zt reachability [HOST] [--watch]`: whether a host or the Internet can be reached, and changes.
+void addReachabilityCommand(CLI::App& app);
+int runReachability(const std::string& host, bool watch);
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

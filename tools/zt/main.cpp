@@ -23,6 +23,8 @@ int main(int argc, char** argv) {
   ztool::addSysinfoCommand(app);
   ztool::addFormatCommand(app);
   ztool::addGuardCommand(app);
+  ztool::addDateCommand(app);
+  ztool::addReachabilityCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
