@@ -124,7 +124,7 @@ TEST(Reachability, ThisMachinesOwnAddressesAreLocalAndDirect) {
   EXPECT_EQ(fromAnotherThread, R | Local | Direct);
 }
 
-TEST(Reachability, HostNamesAreResolvedOffTheCallingThread) {
+TEST(Reachability, HostNamesAreResolvedByTheSystemResolver) {
   const auto localhost = ZTReachability::reachabilityWithHostName("localhost");
   ASSERT_TRUE(localhost);
   const auto start = std::chrono::steady_clock::now();
