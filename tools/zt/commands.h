@@ -53,6 +53,8 @@ int runDateNow();
 // `zt reachability [HOST] [--watch]`: whether a host or the Internet can be reached, and changes.
 void addReachabilityCommand(CLI::App& app);
 int runReachability(const std::string& host, bool watch);
+// `zt fetch URL [-o FILE]`: a download through the library's URL session, with progress.
+void addFetchCommand(CLI::App& app);
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

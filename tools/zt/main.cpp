@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
   ztool::addGuardCommand(app);
   ztool::addDateCommand(app);
   ztool::addReachabilityCommand(app);
+  ztool::addFetchCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
