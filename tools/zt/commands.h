@@ -49,6 +49,13 @@ void addConflictsCommand(CLI::App& app);
 // `zt copy SOURCE DEST`: a background copy under file coordination; prints the path written.
 void addCopyCommand(CLI::App& app);
 int runCopy(const std::string& source, const std::string& destination);
+// `zt date parse TEXT` / `zt date now`: Internet dates read and written.
+void addDateCommand(CLI::App& app);
+int runDateParse(const std::string& text);
+int runDateNow();
+// `zt reachability [HOST] [--watch]`: whether a host or the Internet can be reached, and changes.
+void addReachabilityCommand(CLI::App& app);
+int runReachability(const std::string& host, bool watch);
 // `zt fetch URL [-o FILE]`: a download through the library's URL session, with progress.
 void addFetchCommand(CLI::App& app);
 // `zt demo`: every tour, one after another — the library at work in a minute.

@@ -62,6 +62,8 @@ int main(int argc, char** argv) {
   ztool::addSysinfoCommand(app);
   ztool::addFormatCommand(app);
   ztool::addGuardCommand(app);
+  ztool::addDateCommand(app);
+  ztool::addReachabilityCommand(app);
   ztool::addFetchCommand(app);
   ztool::addCompletionCommand(app);
   try {
