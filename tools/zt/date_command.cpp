@@ -40,6 +40,7 @@ int runDateNow() {
 void addDateCommand(CLI::App& app) {
   auto* command = app.add_subcommand("date", "Read and write Internet dates (HTTP, RFC 1123, ISO 8601)");
   command->require_subcommand(1);
+  command->footer("Example: zt date parse 'Sun, 06 Nov 1994 08:49:37 GMT'\nExample: zt date now");
   auto* parse = command->add_subcommand("parse", "Read a date and show it in ISO 8601 and RFC 1123");
   parse->footer(
       "The text is tried with these patterns, in order, in English and GMT whatever the locale:\n"
@@ -58,6 +59,7 @@ void addDateCommand(CLI::App& app) {
     if (runDateParse(text) != 0) throw CLI::RuntimeError(1);
   });
   auto* now = command->add_subcommand("now", "Show the current time in ISO 8601 and RFC 1123");
+  now->footer("Example: zt date now");
   now->callback([] { runDateNow(); });
 }
 

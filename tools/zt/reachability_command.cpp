@@ -137,8 +137,8 @@ void addReachabilityCommand(CLI::App& app) {
       "TransientConnection (a point-to-point link such as a VPN). Without a host: the Internet (a default\n"
       "route) and the link-local network. Host names are resolved with the system's resolver.\n"
       "With --watch, prints a line at every change of status until Ctrl-C.\n\n"
-      "Examples: zt reachability example.org\n"
-      "          zt reachability --watch");
+      "Example: zt reachability example.org\n"
+      "Example: zt reachability --watch");
   static std::string host;
   static bool watch = false;
   command->add_option("host", host, "Host name or IPv4/IPv6 address");
