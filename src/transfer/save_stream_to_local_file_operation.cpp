@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <span>
@@ -106,6 +107,10 @@ void ZTSaveStreamToLocalFileOperation::stream(ZTStream& stream, ZTStreamEvent ev
   }
 }
 
+namespace {
+constexpr std::size_t kAppendSliceSize = 256 * 1024;
+}  // namespace
+
 ZTError ZTSaveStreamToLocalFileOperation::stagingWriteError(const ZTError& error) {
   const auto underlying = error.underlyingError();
   const bool outOfSpace = underlying && underlying->domain() == ZTPOSIXErrorDomain &&
@@ -139,11 +144,20 @@ void ZTSaveStreamToLocalFileOperation::readAvailableBytes() {
   if (count == 0) return;
 
   const auto handle = temporaryFileHandle();
-  ZTError error;
   if (!handle) {
     handleError(ZTError::posix(EBADF));
-  } else if (!handle->writeData(std::span<const std::uint8_t>(buffer, static_cast<std::size_t>(count)), &error)) {
-    handleError(stagingWriteError(error));
+    return;
+  }
+  // Appended in slices of the same buffer: one write of 10 MiB makes the kernel throttle and
+  // allocate in large steps, which measured up to several times slower than the same bytes in
+  // 256 KiB writes. At most 40 slices; nothing is copied.
+  const std::span<const std::uint8_t> bytes(buffer, static_cast<std::size_t>(count));
+  for (std::size_t offset = 0; offset < bytes.size(); offset += kAppendSliceSize) {
+    ZTError error;
+    if (!handle->writeData(bytes.subspan(offset, std::min(kAppendSliceSize, bytes.size() - offset)), &error)) {
+      handleError(stagingWriteError(error));
+      return;
+    }
   }
 }
 
