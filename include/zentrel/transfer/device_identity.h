@@ -14,7 +14,7 @@
 // encoding. Its canonical text is 64 lower-case hexadecimal digits; ZTFingerprintDisplayString()
 // shows it in groups of four for people to compare.
 //
-// Threads: an identity is immutable once loaded and may be shared between threads freely.
+// Threads: an identity may be shared between threads freely; only its name can change, under a lock.
 // Bad input: unreadable, malformed or mismatched key and certificate files, a folder that is not a
 // folder, or one whose mode lets others in, give a ZTError (domain ZTDeviceIdentityErrorDomain) and
 // never a crash; nothing is overwritten then, so a damaged identity is left for the user to look at.
@@ -63,7 +63,7 @@ class ZT_API ZTDeviceIdentity {
   const std::string& folder() const;
   // The name other devices see (stored in the folder's "device-name" file when set, the host name
   // otherwise).
-  const std::string& deviceName() const;
+  std::string deviceName() const;
   // Stores a new device name for this identity (written whole). Names are one line of at most 255
   // bytes of UTF-8; an empty name, a control character or invalid UTF-8 is refused.
   bool setDeviceName(const std::string& name, ZTError* error = nullptr);

@@ -9,7 +9,9 @@
 // the handshake: the completion receives a ZTError (domain ZTSecureLinkErrorDomain) and no
 // application byte is sent or accepted. Only TLS 1.3 is spoken, session tickets are not issued
 // (a peer closing with unread tickets would reset the connection and lose data in flight), and
-// closing the output stream sends close_notify, so the peer reads every byte and then the end.
+// closing the output stream sends close_notify, so the peer reads every byte and then the end; an
+// input stream whose peer vanished without close_notify (a killed process, a cut connection) ends
+// in ErrorOccurred, not EndEncountered, so a truncated transfer is never taken for a complete one.
 //
 // Threads: the handshake runs on the given run loop, driven by its file-descriptor sources (no
 // thread of its own); the completion runs on that loop's thread, exactly once unless the attempt is
@@ -28,11 +30,10 @@
 
 #include "zentrel/platform/error.h"
 #include "zentrel/platform/export.h"
+#include "zentrel/platform/stream.h"
 #include "zentrel/transfer/paired_devices.h"
 
 class ZTDeviceIdentity;
-class ZTInputStream;
-class ZTOutputStream;
 class ZTRunLoop;
 
 inline constexpr const char* ZTSecureLinkErrorDomain = "ZTSecureLinkErrorDomain";
@@ -44,7 +45,8 @@ enum ZTSecureLinkError : std::int64_t {
   ZTSecureLinkErrorSetup = 5,          // the identity could not be loaded into TLS
 };
 
-// A secured connection: the streams over it and the paired device at the other end.
+// A secured connection: the streams over it (the TLS channel under a ZTStreamPair) and the paired
+// device at the other end.
 struct ZTSecureConnection {
   std::shared_ptr<ZTInputStream> inputStream;
   std::shared_ptr<ZTOutputStream> outputStream;
@@ -82,11 +84,13 @@ class ZT_API ZTSecureLink : public std::enable_shared_from_this<ZTSecureLink> {
   void setHandshakeTimeout(std::chrono::milliseconds timeout);
   std::chrono::milliseconds handshakeTimeout() const;
 
-  // Server side: secures a connection accepted on a listening socket. `fd` is a connected stream
-  // socket whose ownership passes to the link (closed on failure; owned by the streams on success).
-  std::shared_ptr<ZTSecureLinkAttempt> acceptConnection(int fd, const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion);
-  // Client side: connects to host:port (a name or numeric IPv4/IPv6 address; each address tried in
-  // turn) and secures the connection.
+  // Server side: secures a connection accepted by a ZTStreamListener (or any plain channel, e.g.
+  // ZTSocketStreamChannelCreate over an accepted socket). The link takes the channel: it is closed
+  // on failure and belongs to the streams on success.
+  std::shared_ptr<ZTSecureLinkAttempt> acceptConnection(std::shared_ptr<ZTStreamChannel> connection,
+                                                        const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion);
+  // Client side: connects to host:port and secures the connection. The name is resolved on the
+  // calling thread (give a numeric address to avoid waiting); each address is tried in turn.
   std::shared_ptr<ZTSecureLinkAttempt> connectToHost(const std::string& host, std::uint16_t port,
                                                      const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion);
 
