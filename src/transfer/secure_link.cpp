@@ -1,5 +1,9 @@
 #include "zentrel/transfer/secure_link.h"
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <atomic>
 #include <exception>
 
@@ -29,6 +33,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
       : channel_(std::move(channel)), runLoop_(std::move(runLoop)), completion_(std::move(completion)) {}
 
   void start(std::chrono::milliseconds timeout) {
+    keepAlive_ = shared_from_this();  // until finished or cancelled: the caller may drop its handle
     auto weak = weak_from_this();
     timer_ = runLoop_->scheduleTimer(timeout, false, [weak](ZTTimer&) {
       if (auto self = weak.lock()) {
@@ -39,7 +44,9 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
     auto self = shared_from_this();
     if (!runLoop_->post([self] { self->step(); })) {
       finished_ = true;
+      disarm();
       if (channel_) channel_->close();
+      keepAlive_.reset();
     }
   }
 
@@ -49,6 +56,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
     disarm();
     if (channel_) channel_->close();
     completion_ = nullptr;
+    keepAlive_.reset();
   }
 
   void failNow(const ZTError& error) {
@@ -114,6 +122,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
       connection = ZTSecureConnection{pair.inputStream, pair.outputStream, channel_->peer().value_or(ZTPairedDevice{})};
     }
     channel_.reset();
+    auto keepAlive = std::move(keepAlive_);
     if (!completion) return;
     try {
       completion(std::move(connection), error);
@@ -130,6 +139,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
   std::shared_ptr<ZTTimer> timer_;
   std::shared_ptr<ZTFileDescriptorSource> sources_[1];
   bool finished_ = false;
+  std::shared_ptr<Attempt> keepAlive_;
 };
 
 }  // namespace
@@ -201,7 +211,24 @@ std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::acceptConnection(std::shared_
                                                                     const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion) {
   std::optional<ZTError> failure;
   if (!connection) failure = makeError(ZTSecureLinkErrorDomain, ZTSecureLinkErrorConnection, "There is no connection to secure.");
-  return begin(*impl_, std::move(connection), true, "the connecting device", runLoop, std::move(completion), failure);
+  std::string description = "the connecting device";
+  if (connection) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    char host[INET6_ADDRSTRLEN] = {};
+    if (::getpeername(connection->fileDescriptor(), reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+      if (address.ss_family == AF_INET) {
+        auto* v4 = reinterpret_cast<sockaddr_in*>(&address);
+        ::inet_ntop(AF_INET, &v4->sin_addr, host, sizeof host);
+        description = std::string(host) + ":" + std::to_string(ntohs(v4->sin_port));
+      } else if (address.ss_family == AF_INET6) {
+        auto* v6 = reinterpret_cast<sockaddr_in6*>(&address);
+        ::inet_ntop(AF_INET6, &v6->sin6_addr, host, sizeof host);
+        description = "[" + std::string(host) + "]:" + std::to_string(ntohs(v6->sin6_port));
+      }
+    }
+  }
+  return begin(*impl_, std::move(connection), true, description, runLoop, std::move(completion), failure);
 }
 
 std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connectToHost(const std::string& host, std::uint16_t port,
