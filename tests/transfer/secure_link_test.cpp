@@ -163,6 +163,47 @@ TEST(SecureLink, PairedDevicesExchangeBytesBothWaysAndEndCleanly) {
   for (auto& [stream, delegate] : wiring) stream->close();
 }
 
+TEST(SecureLink, NothingInFlightIsLostWhenTheReceiverDropsItsUnusedOutputAndTheSenderClosesAtOnce) {
+  LinkScratchFolder scratch;
+  TestDevice sender = makeTestDevice(scratch.path(), "Sender");
+  TestDevice receiver = makeTestDevice(scratch.path(), "Receiver");
+  zt::test::pairByExportedLines(sender, receiver);
+  auto loop = ZTRunLoop::current();
+  auto server = startServer(receiver, loop);
+  Result client = connectClient(sender, server->listener->port(), loop, *server);
+  ASSERT_TRUE(client.connection && server->result.connection);
+
+  // The receiver ignores its output stream (as a hand-off receiver does): closed at once, which
+  // sends its close_notify to the sender before the sender has written anything.
+  server->result.connection->outputStream->close();
+  server->result.connection->outputStream.reset();
+  client.connection->inputStream.reset();
+  // More than the receiver's window, so part of it still waits in the sender's kernel buffer when
+  // the sender closes, yet small enough for the buffers to take it all while nobody reads.
+  const std::string file = patternOf(400 * 1024 + 3, 3);
+  auto feed = std::make_shared<Sender>(file);
+  auto collector = std::make_shared<Collector>();
+  auto output = client.connection->outputStream;
+  auto input = server->result.connection->inputStream;
+  output->setDelegate(feed);
+  output->scheduleInRunLoop(*loop);
+  output->open();
+  // The sender lets go of everything the moment its last byte is written, before the receiver
+  // has read any of it.
+  loop->runWithCondition([&] { return !feed->finished && !feed->error; }, 60s);
+  ASSERT_TRUE(feed->finished);
+  client.connection.reset();
+  output.reset();
+  input->setDelegate(collector);
+  input->scheduleInRunLoop(*loop);
+  input->open();
+  loop->runWithCondition([&] { return !collector->done(); }, 60s);
+  EXPECT_TRUE(collector->ended) << (collector->error ? collector->error->description() : "no end");
+  EXPECT_EQ(collector->bytes.size(), file.size());
+  EXPECT_TRUE(collector->bytes == file);
+  input->close();
+}
+
 TEST(SecureLink, UnpairedDevicesFailTheHandshakeOnBothSidesWithClearErrors) {
   LinkScratchFolder scratch;
   TestDevice host = makeTestDevice(scratch.path(), "Host");

@@ -46,6 +46,8 @@ void addGuardCommand(CLI::App& app);
 
 // `zt conflicts FILE [--keep N...] [--delete N...]`: a document's conflict copies, listed and resolved.
 void addConflictsCommand(CLI::App& app);
+// `zt pair`: pairs this device with another for hand-offs (code comparison, or exported lines).
+void addPairCommand(CLI::App& app);
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

@@ -2,6 +2,7 @@
 
 #include <openssl/err.h>
 #include <openssl/x509.h>
+#include <sys/socket.h>
 
 #include <cerrno>
 #include <cstring>
@@ -327,6 +328,15 @@ void TLSChannel::close() {
     if (pendingWrite_.empty()) SSL_shutdown(ssl_.get());  // best effort, without waiting
     openSSLErrors();
     sentCloseNotify_ = true;
+  }
+  // Bytes the peer sent and nobody read (its close_notify, typically, when it closed its writing
+  // side early) would make the kernel answer our close with a reset, and a reset makes the peer
+  // drop whatever of ours it has not read yet. Read them away first.
+  int fd = inner_->fileDescriptor();
+  char sink[16384];
+  for (int round = 0; fd >= 0 && round < 64; ++round) {
+    ssize_t n = ::recv(fd, sink, sizeof sink, MSG_DONTWAIT);
+    if (n <= 0 && !(n < 0 && errno == EINTR)) break;
   }
   stage_ = Stage::Closed;
   inner_->close();
