@@ -92,6 +92,10 @@ int runPair(const PairArguments& arguments) {
   if (!arguments.name.empty()) {
     if (!identity->setDeviceName(arguments.name, &error)) return fail(error.localizedDescription(), 2);
     std::cout << "This device is now called \"" << identity->deviceName() << "\".\n";
+    if (!arguments.listen && arguments.target.empty() && !arguments.exportLine && arguments.importLine.empty() &&
+        !arguments.list && arguments.forget.empty()) {
+      return 0;
+    }
   }
   if (arguments.exportLine) {
     std::cout << ZTDeviceExportLine(*identity) << "\n";
