@@ -361,10 +361,10 @@ void ZTStreamListener::Impl::watch(const std::shared_ptr<ZTStreamListener>& list
   if (impl.fd < 0) return;
   std::weak_ptr<ZTStreamListener> weak = listener;
   impl.source = impl.runLoop->addFileDescriptorSource(
-      impl.fd, ZTFileDescriptorSource::Event::Readable, [weak, &impl](ZTFileDescriptorSource& source) {
-        source.cancel();
+      impl.fd, ZTFileDescriptorSource::Event::Readable, [weak, &impl](ZTFileDescriptorSource& fired) {
+        fired.cancel();
         auto strong = weak.lock();
-        if (!strong || impl.source.get() != &source) return;
+        if (!strong || impl.source.get() != &fired) return;
         impl.source.reset();
         const bool accepted = acceptWaiting(*strong, impl);
         if (impl.fd < 0) return;

@@ -696,7 +696,9 @@ class ChannelCore final : public StreamCore {
 
   void closeBackendLocked() override ZT_REQUIRES(mutex) { shared_->finish(kind); }
 
+  // Every read and write uses up what a watch reported; the next event waits for a fresh check.
   std::int64_t readBackendLocked(std::uint8_t* buffer, std::size_t length) override ZT_REQUIRES(mutex) {
+    ready_ = false;
     if (length == 0) return 0;
     for (int wait = 0; wait < kBlockingWaitLimit; ++wait) {
       ZTError failure;
@@ -707,7 +709,6 @@ class ChannelCore final : public StreamCore {
         case ZTStreamChannelStatus::Failed: failLocked(std::move(failure)); return -1;
         case ZTStreamChannelStatus::WouldBlock: break;
       }
-      ready_ = false;
       if (scheduledLocked()) return 0;
       if (!waitLocked(ZTStreamChannelOperation::Read)) return -1;
     }
@@ -715,6 +716,7 @@ class ChannelCore final : public StreamCore {
   }
 
   std::int64_t writeBackendLocked(const std::uint8_t* buffer, std::size_t length) override ZT_REQUIRES(mutex) {
+    ready_ = false;
     if (length == 0) return 0;
     for (int wait = 0; wait < kBlockingWaitLimit; ++wait) {
       ZTError failure;
@@ -722,7 +724,6 @@ class ChannelCore final : public StreamCore {
       switch (result.status) {
         case ZTStreamChannelStatus::Done:
           if (result.count > 0) {
-            ready_ = false;
             return static_cast<std::int64_t>(std::min(result.count, length));
           }
           break;
@@ -733,7 +734,6 @@ class ChannelCore final : public StreamCore {
           return -1;
         case ZTStreamChannelStatus::WouldBlock: break;
       }
-      ready_ = false;
       if (scheduledLocked()) return 0;
       if (!waitLocked(ZTStreamChannelOperation::Write)) return -1;
     }
@@ -761,6 +761,12 @@ class ChannelCore final : public StreamCore {
       return;
     }
     const auto readiness = static_cast<std::uint32_t>(shared_->readinessWanted(operation));
+    if (operation != ZTStreamChannelOperation::Open && descriptorReady(pollEvents(readiness))) {
+      // Bytes still flowing: tell it on the next turn without a watch.
+      ready_ = true;
+      postPumpLocked();
+      return;
+    }
     if (readiness & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Readable))
       armLocked(readWatch_, ZTFileDescriptorSource::Event::Readable);
     if (readiness & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Writable))
@@ -835,6 +841,13 @@ class ChannelCore final : public StreamCore {
     });
   }
 
+  static short pollEvents(std::uint32_t readiness) {
+    short events = 0;
+    if (readiness & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Readable)) events |= POLLIN;
+    if (readiness & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Writable)) events |= POLLOUT;
+    return events == 0 ? static_cast<short>(POLLIN | POLLOUT) : events;
+  }
+
   bool descriptorReady(short events) {
     const int fd = shared_->fileDescriptor();
     if (fd < 0) return false;
@@ -847,11 +860,7 @@ class ChannelCore final : public StreamCore {
     const auto readiness = static_cast<std::uint32_t>(shared_->readinessWanted(operation));
     const int fd = shared_->fileDescriptor();
     if (fd < 0 || closing.load()) return false;
-    short events = 0;
-    if (readiness & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Readable)) events |= POLLIN;
-    if (readiness & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Writable)) events |= POLLOUT;
-    if (events == 0) events = POLLIN | POLLOUT;
-    pollfd p[2] = {{fd, events, 0}, {wakeFd_, POLLIN, 0}};
+    pollfd p[2] = {{fd, pollEvents(readiness), 0}, {wakeFd_, POLLIN, 0}};
     for (int attempt = 0; attempt < kInterruptedRetries; ++attempt) {
       if (::poll(p, wakeFd_ >= 0 ? 2 : 1, -1) >= 0) break;
       if (errno != EINTR) return false;

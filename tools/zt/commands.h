@@ -48,6 +48,9 @@ void addGuardCommand(CLI::App& app);
 void addConflictsCommand(CLI::App& app);
 // `zt pair`: pairs this device with another for hand-offs (code comparison, or exported lines).
 void addPairCommand(CLI::App& app);
+// `zt copy SOURCE DEST`: a background copy under file coordination; prints the path written.
+void addCopyCommand(CLI::App& app);
+int runCopy(const std::string& source, const std::string& destination);
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool
