@@ -73,9 +73,9 @@ class Sender : public ZTStreamDelegate {
   std::size_t offset_ = 0;
 };
 
-std::string patternOf(std::size_t size, unsigned seedValue) {
+std::string patternOf(std::size_t size, unsigned variant) {
   std::string data(size, '\0');
-  unsigned state = seedValue;
+  unsigned state = variant;
   for (auto& c : data) {
     state = state * 1103515245u + 12345u;
     c = static_cast<char>(state >> 16);
