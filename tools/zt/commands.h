@@ -46,6 +46,8 @@ void addGuardCommand(CLI::App& app);
 
 // `zt conflicts FILE [--keep N...] [--delete N...]`: a document's conflict copies, listed and resolved.
 void addConflictsCommand(CLI::App& app);
+// `zt pair`: pairs this device with another for hand-offs (code comparison, or exported lines).
+void addPairCommand(CLI::App& app);
 // `zt copy SOURCE DEST`: a background copy under file coordination; prints the path written.
 void addCopyCommand(CLI::App& app);
 int runCopy(const std::string& source, const std::string& destination);

@@ -66,6 +66,7 @@ int main(int argc, char** argv) {
   ztool::addReachabilityCommand(app);
   ztool::addFetchCommand(app);
   ztool::addCompletionCommand(app);
+  ztool::addPairCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& e) {  // --help, --version
