@@ -154,6 +154,10 @@ void addPairCommand(CLI::App& app) {
       "pair",
       "Pair this device with another for hand-offs: both show a six-digit code, confirm it on both. "
       "Or exchange --export lines with --import (no prompt). Keeps its files in " + ZTDeviceIdentity::defaultFolder() + ".");
+  command->footer(
+      "Example: zt pair --listen 7010          (on the first device)\n"
+      "Example: zt pair 192.168.1.20:7010      (on the second device)\n"
+      "Example: zt pair --import \"$(ssh other-host zt pair --export)\"");
   static PairArguments arguments;
   command->add_option("target", arguments.target, "HOST:PORT of a device waiting with --listen");
   auto* listen = command->add_option("--listen", arguments.listenPort, "Wait for the other device on PORT (any free port if none)")
