@@ -46,6 +46,11 @@ void addGuardCommand(CLI::App& app);
 
 // `zt conflicts FILE [--keep N...] [--delete N...]`: a document's conflict copies, listed and resolved.
 void addConflictsCommand(CLI::App& app);
+// `zt handoff send FILE` / `zt handoff receive`: a file to a paired device, over mutual TLS.
+void addHandoffCommand(CLI::App& app);
+// Two processes on loopback hand a file over; the digests must agree.
+int runHandoffDemo();
+
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
   ztool::addSysinfoCommand(app);
   ztool::addFormatCommand(app);
   ztool::addGuardCommand(app);
+  ztool::addHandoffCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
