@@ -9,6 +9,7 @@ pkg_check_modules(ZT_ICU REQUIRED IMPORTED_TARGET icu-uc icu-i18n)
 pkg_check_modules(ZT_FONTS REQUIRED IMPORTED_TARGET fontconfig freetype2 harfbuzz cairo)
 pkg_check_modules(ZT_PANGO REQUIRED IMPORTED_TARGET pangocairo pangoft2)
 pkg_check_modules(ZT_PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
+pkg_check_modules(ZT_AVAHI REQUIRED IMPORTED_TARGET avahi-client)
 
 find_path(ZT_ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(zt_asio INTERFACE)
@@ -45,6 +46,9 @@ endfunction()
 
 zt_describe_dependency(zt_asio HEADER_ONLY)
 zt_describe_dependency(OpenSSL::Crypto PKG_CONFIG libcrypto FIND "find_package(OpenSSL 3 QUIET)")
+zt_describe_dependency(OpenSSL::SSL PKG_CONFIG libssl FIND "find_package(OpenSSL 3 QUIET)")
+zt_describe_dependency(PkgConfig::ZT_AVAHI PKG_CONFIG avahi-client
+  FIND "pkg_check_modules(ZT_AVAHI QUIET IMPORTED_TARGET avahi-client)")
 zt_describe_dependency(ZLIB::ZLIB PKG_CONFIG zlib FIND "find_package(ZLIB QUIET)")
 zt_describe_dependency(nlohmann_json::nlohmann_json HEADER_ONLY)
 zt_describe_dependency(PkgConfig::ZT_ICU PKG_CONFIG icu-uc icu-i18n

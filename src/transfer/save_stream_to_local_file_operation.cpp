@@ -1,0 +1,1 @@
+#include "zentrel/transfer/save_stream_to_local_file_operation.h"
