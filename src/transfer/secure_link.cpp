@@ -25,8 +25,13 @@ namespace {
 // until the channel is open, fails, the deadline passes or the attempt is cancelled.
 class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from_this<Attempt> {
  public:
-  Attempt(std::shared_ptr<TLSChannel> channel, std::shared_ptr<ZTRunLoop> runLoop, ZTSecureLink::Completion completion)
-      : channel_(std::move(channel)), runLoop_(std::move(runLoop)), completion_(std::move(completion)) {}
+  // With a channel completion, the secured channel itself is handed over instead of streams.
+  Attempt(std::shared_ptr<TLSChannel> channel, std::shared_ptr<ZTRunLoop> runLoop, ZTSecureLink::Completion completion,
+          ZTSecureLink::ChannelCompletion channelCompletion)
+      : channel_(std::move(channel)),
+        runLoop_(std::move(runLoop)),
+        completion_(std::move(completion)),
+        channelCompletion_(std::move(channelCompletion)) {}
 
   void start(std::chrono::milliseconds timeout) {
     auto weak = weak_from_this();
@@ -49,6 +54,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
     disarm();
     if (channel_) channel_->close();
     completion_ = nullptr;
+    channelCompletion_ = nullptr;
   }
 
   void failNow(const ZTError& error) {
@@ -102,6 +108,28 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
     disarm();
     auto completion = std::move(completion_);
     completion_ = nullptr;
+    if (auto channelCompletion = std::move(channelCompletion_)) {
+      channelCompletion_ = nullptr;
+      std::shared_ptr<ZTStreamChannel> secured;
+      std::optional<ZTPairedDevice> peer;
+      ZTError channelError;
+      if (failure) {
+        if (channel_) channel_->close();
+        channelError = *failure;
+      } else {
+        peer = channel_->peer();
+        secured = channel_;
+      }
+      channel_.reset();
+      try {
+        channelCompletion(std::move(secured), peer, channelError);
+      } catch (const std::exception& exception) {
+        ZTLogf("ZTSecureLink: a completion handler threw: %s", exception.what());
+      } catch (...) {
+        ZTLog("ZTSecureLink: a completion handler threw an exception that is not a std::exception");
+      }
+      return;
+    }
     std::optional<ZTSecureConnection> connection;
     ZTError error;
     if (failure) {
@@ -125,6 +153,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
   std::shared_ptr<TLSChannel> channel_;
   std::shared_ptr<ZTRunLoop> runLoop_;
   ZTSecureLink::Completion completion_;
+  ZTSecureLink::ChannelCompletion channelCompletion_;
   std::shared_ptr<ZTTimer> timer_;
   std::shared_ptr<ZTFileDescriptorSource> sources_[2];
   bool finished_ = false;
@@ -173,7 +202,8 @@ std::chrono::milliseconds ZTSecureLink::handshakeTimeout() const { return std::c
 namespace {
 std::shared_ptr<ZTSecureLinkAttempt> begin(ZTSecureLink::Impl& impl, std::shared_ptr<ZTStreamChannel> plain, bool server,
                                            std::string description, const std::shared_ptr<ZTRunLoop>& runLoop,
-                                           ZTSecureLink::Completion completion, std::optional<ZTError> earlyFailure) {
+                                           ZTSecureLink::Completion completion, std::optional<ZTError> earlyFailure,
+                                           ZTSecureLink::ChannelCompletion channelCompletion = {}) {
   std::shared_ptr<ZTRunLoop> loop = runLoop ? runLoop : ZTRunLoop::current();
   SSLPtr ssl;
   if (!earlyFailure) {
@@ -184,7 +214,7 @@ std::shared_ptr<ZTSecureLinkAttempt> begin(ZTSecureLink::Impl& impl, std::shared
   if (!earlyFailure) {
     channel = std::make_shared<TLSChannel>(plain, std::move(ssl), server, impl.paired, std::move(description));
   }
-  auto attempt = std::make_shared<Attempt>(channel, loop, std::move(completion));
+  auto attempt = std::make_shared<Attempt>(channel, loop, std::move(completion), std::move(channelCompletion));
   if (earlyFailure) {
     if (plain) plain->close();
     attempt->failNow(*earlyFailure);
@@ -202,8 +232,28 @@ std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::acceptConnection(std::shared_
   return begin(*impl_, std::move(connection), true, "the connecting device", runLoop, std::move(completion), failure);
 }
 
+std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::acceptChannel(std::shared_ptr<ZTStreamChannel> connection,
+                                                                 const std::shared_ptr<ZTRunLoop>& runLoop,
+                                                                 ChannelCompletion completion) {
+  std::optional<ZTError> failure;
+  if (!connection) failure = makeError(ZTSecureLinkErrorDomain, ZTSecureLinkErrorConnection, "There is no connection to secure.");
+  return begin(*impl_, std::move(connection), true, "the connecting device", runLoop, {}, failure, std::move(completion));
+}
+
+std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connectChannel(const std::string& host, std::uint16_t port,
+                                                                  const std::shared_ptr<ZTRunLoop>& runLoop,
+                                                                  ChannelCompletion completion) {
+  return connect(host, port, runLoop, {}, std::move(completion));
+}
+
 std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connectToHost(const std::string& host, std::uint16_t port,
                                                                  const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion) {
+  return connect(host, port, runLoop, std::move(completion), {});
+}
+
+std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connect(const std::string& host, std::uint16_t port,
+                                                           const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion,
+                                                           ChannelCompletion channelCompletion) {
   std::string description = (host.find(':') != std::string::npos ? "[" + host + "]" : host) + ":" + std::to_string(port);
   ZTError connectError;
   auto plain = ZTSocketStreamChannelConnect(host, port, &connectError);
@@ -214,5 +264,6 @@ std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connectToHost(const std::stri
     info[ZTUnderlyingErrorKey] = connectError.toValue();
     failure = ZTError(ZTSecureLinkErrorDomain, ZTSecureLinkErrorConnection, std::move(info));
   }
-  return begin(*impl_, std::move(plain), false, description, runLoop, std::move(completion), failure);
+  return begin(*impl_, std::move(plain), false, description, runLoop, std::move(completion), failure,
+               std::move(channelCompletion));
 }

@@ -110,5 +110,8 @@ class ZT_API ZTSecureLink : public std::enable_shared_from_this<ZTSecureLink> {
 
  private:
   explicit ZTSecureLink(std::unique_ptr<Impl> impl);
+  std::shared_ptr<ZTSecureLinkAttempt> connect(const std::string& host, std::uint16_t port,
+                                               const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion,
+                                               ChannelCompletion channelCompletion);
   std::unique_ptr<Impl> impl_;
 };
