@@ -157,9 +157,10 @@ class ZT_API ZTStreamChannel {
   virtual void close() = 0;
 };
 
-// The plain socket channel over a connected (or connecting) stream socket. The channel owns the
-// descriptor from then on and makes it non-blocking and close-on-exec. nullptr with an error for a
-// descriptor that is not a stream socket.
+// The plain socket channel over a connected stream socket (TCP, or a Unix-domain socket pair). The
+// channel owns the descriptor from then on and makes it non-blocking and close-on-exec. nullptr with
+// an error (ENOTSOCK) for a descriptor that is not a stream socket; the descriptor then stays the
+// caller's.
 [[nodiscard]] ZT_API std::shared_ptr<ZTStreamChannel> ZTSocketStreamChannelCreate(int socketDescriptor,
                                                                                  ZTError* error = nullptr);
 // A plain socket channel that connects to host:port over TCP. The name is resolved now (blocking:
