@@ -51,6 +51,9 @@ void addHandoffCommand(CLI::App& app);
 // Two processes on loopback hand a file over; the digests must agree.
 int runHandoffDemo();
 
+// `zt copy SOURCE DEST`: a background copy under file coordination; prints the path written.
+void addCopyCommand(CLI::App& app);
+int runCopy(const std::string& source, const std::string& destination);
 // `zt demo`: every tour, one after another — the library at work in a minute.
 void addDemoCommand(CLI::App& app);
 }  // namespace ztool

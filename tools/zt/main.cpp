@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   ztool::addCollectionsCommand(app);
   ztool::addFilesCommand(app);
   ztool::addConflictsCommand(app);
+  ztool::addCopyCommand(app);
   ztool::addGeometryCommand(app);
   ztool::addTextCommand(app);
   ztool::addWatchCommand(app);

@@ -35,16 +35,21 @@
 // Cancellation: cancel() may be called from any thread. It sets the cancelled flag at once; the
 // clean-up (close the stream, remove the staging file, then report the cancellation through the
 // cancellation handler) runs on the worker thread, queued behind whatever the worker is doing, so
-// it never races with a read or an append. If the worker thread has ended, the clean-up runs on
+// it never races with a read or an append; a final move still waiting for its coordination claim
+// is ended at once. If the worker thread has ended, the clean-up runs on
 // the calling thread once the worker can no longer touch the stream. A cancellation that
 // arrives while the finished file is being moved into place is honoured by removing the moved file
 // again. Once the outcome is decided (the success handler is about to run) cancel() has no effect
 // and isCancelled() stays false.
 //
-// Ownership: the operation keeps the stream, the presenter and its handlers. The staging file
-// belongs to the operation from main() until it is moved into place (then to the destination) or
-// removed. Handlers that throw are logged through ZTLog and the operation completes all the same.
+// Ownership: the operation keeps the stream, the presenter and its handlers; the stream refers to
+// the operation weakly, as to any delegate. Keep the operation until it has finished (a queue
+// does): one whose last reference goes while it runs closes its stream and removes its staging
+// file when it is destroyed, and reports nothing. The staging file belongs to the operation from
+// main() until it is moved into place (then to the destination) or removed. Handlers that throw
+// are logged through ZTLog and the operation completes all the same.
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -57,12 +62,12 @@
 #include "zentrel/platform/file_coordinator.h"
 #include "zentrel/platform/file_handle.h"
 #include "zentrel/platform/mutex.h"
+#include "zentrel/platform/run_loop.h"
+#include "zentrel/platform/stream.h"
 #include "zentrel/platform/thread.h"
 #include "zentrel/platform/thread_annotations.h"
 
-class ZTInputStream;
-
-class ZT_API ZTSaveStreamToLocalFileOperation : public ZTConcurrentOperation {
+class ZT_API ZTSaveStreamToLocalFileOperation : public ZTConcurrentOperation, public ZTStreamDelegate {
  public:
   using SuccessHandler = std::function<void(ZTSaveStreamToLocalFileOperation& operation)>;
 
@@ -94,6 +99,8 @@ class ZT_API ZTSaveStreamToLocalFileOperation : public ZTConcurrentOperation {
 
   void main() override;
   void cancel() override;
+  // The stream's delegate call, on the worker thread.
+  void stream(ZTStream& stream, ZTStreamEvent eventCode) override;
 
  protected:
   // The steps, on the worker thread; a subclass may extend them (calling these).
@@ -105,6 +112,10 @@ class ZT_API ZTSaveStreamToLocalFileOperation : public ZTConcurrentOperation {
 
  private:
   void cleanUpAfterCancellation();
+  // Marks the outcome decided; false when a cancellation came first (the operation is then cancelled).
+  bool decideSuccess();
+  // A write failure of the staging file as reported: a full disk or quota becomes code 640.
+  static ZTError stagingWriteError(const ZTError& error);
 
   const std::shared_ptr<ZTInputStream> inputStream_;
   const std::string localFilePath_;
@@ -116,7 +127,13 @@ class ZT_API ZTSaveStreamToLocalFileOperation : public ZTConcurrentOperation {
   std::shared_ptr<ZTFileHandle> temporaryFileHandle_ ZT_GUARDED_BY(mutex_);
   // Whether the staging file is still the operation's to remove (not yet moved into place).
   bool ownsTemporaryFile_ ZT_GUARDED_BY(mutex_) = false;
-  bool outcomeDecided_ ZT_GUARDED_BY(mutex_) = false;
-  // Worker thread only: the stream has been closed and no event is acted on any more.
+  // The coordinator of the final move, so that cancel() can end a claim that is still waiting.
+  std::shared_ptr<ZTFileCoordinator> coordinator_ ZT_GUARDED_BY(mutex_);
+  // Which of cancel() and the decision of the outcome came first: each side stores its own flag,
+  // then reads the other's (both sequentially consistent), so at least one sees the other.
+  std::atomic<bool> cancelRequested_{false};
+  std::atomic<bool> outcomeDecided_{false};
+  // Worker thread only (and the destructor): the stream has been closed, no event is acted on.
   bool inputClosed_ = false;
+  std::weak_ptr<ZTRunLoop> scheduledRunLoop_;
 };
