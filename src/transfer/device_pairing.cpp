@@ -46,7 +46,7 @@ class Session {
   Session(int fd, SSLPtr ssl, Clock::time_point deadline) : fd_(fd), ssl_(std::move(ssl)), deadline_(deadline) {
     int flags = ::fcntl(fd_.fd, F_GETFL);
     ::fcntl(fd_.fd, F_SETFL, flags | O_NONBLOCK);
-    SSL_set_fd(ssl_.get(), fd_.fd);
+    attachSocket(ssl_.get(), fd_.fd);
   }
   ~Session() {
     if (handshaken_) {

@@ -93,12 +93,14 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
     auto callback = [weak](ZTFileDescriptorSource&) {
       if (auto self = weak.lock()) self->step();
     };
+    // One source per descriptor and loop: a connection still being made and TLS both wait on one
+    // direction at a time, and writability is what a connect in progress waits for.
     int fd = channel_->fileDescriptor();
-    if (wanted & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Readable)) {
-      sources_[0] = runLoop_->addFileDescriptorSource(fd, ZTFileDescriptorSource::Event::Readable, callback);
-    }
-    if (wanted & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Writable) || !sources_[0]) {
-      sources_[1] = runLoop_->addFileDescriptorSource(fd, ZTFileDescriptorSource::Event::Writable, callback);
+    bool writable = (wanted & static_cast<std::uint32_t>(ZTStreamChannelReadiness::Writable)) != 0;
+    sources_[0] = runLoop_->addFileDescriptorSource(
+        fd, writable ? ZTFileDescriptorSource::Event::Writable : ZTFileDescriptorSource::Event::Readable, callback);
+    if (!sources_[0]) {
+      finish(makeError(ZTSecureLinkErrorDomain, ZTSecureLinkErrorConnection, "The connection cannot be watched by the run loop."));
     }
   }
 
@@ -155,7 +157,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
   ZTSecureLink::Completion completion_;
   ZTSecureLink::ChannelCompletion channelCompletion_;
   std::shared_ptr<ZTTimer> timer_;
-  std::shared_ptr<ZTFileDescriptorSource> sources_[2];
+  std::shared_ptr<ZTFileDescriptorSource> sources_[1];
   bool finished_ = false;
 };
 

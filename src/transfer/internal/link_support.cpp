@@ -340,6 +340,92 @@ SSLCtxPtr makeTLSContext(const ZTDeviceIdentity& identity, bool server, std::str
   return context;
 }
 
+namespace {
+struct SocketBioState {
+  int fd = -1;
+  bool atEnd = false;
+};
+
+SocketBioState* stateOf(BIO* bio) { return static_cast<SocketBioState*>(BIO_get_data(bio)); }
+
+int socketBioWrite(BIO* bio, const char* data, std::size_t length, std::size_t* written) {
+  BIO_clear_retry_flags(bio);
+  ssize_t n;
+  do {
+    n = ::send(stateOf(bio)->fd, data, length, MSG_NOSIGNAL);
+  } while (n < 0 && errno == EINTR);
+  if (n < 0) {
+    if (errno == EAGAIN || errno == EWOULDBLOCK) BIO_set_retry_write(bio);
+    return 0;
+  }
+  *written = static_cast<std::size_t>(n);
+  return 1;
+}
+
+int socketBioRead(BIO* bio, char* data, std::size_t length, std::size_t* count) {
+  BIO_clear_retry_flags(bio);
+  ssize_t n;
+  do {
+    n = ::recv(stateOf(bio)->fd, data, length, 0);
+  } while (n < 0 && errno == EINTR);
+  if (n < 0) {
+    if (errno == EAGAIN || errno == EWOULDBLOCK) BIO_set_retry_read(bio);
+    return 0;
+  }
+  if (n == 0) {
+    stateOf(bio)->atEnd = true;
+    return 0;
+  }
+  *count = static_cast<std::size_t>(n);
+  return 1;
+}
+
+long socketBioControl(BIO* bio, int command, long, void*) {
+  switch (command) {
+    case BIO_CTRL_FLUSH:
+      return 1;
+    case BIO_CTRL_EOF:
+      return stateOf(bio)->atEnd ? 1 : 0;
+    default:
+      return 0;
+  }
+}
+
+int socketBioCreate(BIO* bio) {
+  BIO_set_data(bio, new SocketBioState);
+  BIO_set_init(bio, 1);
+  return 1;
+}
+
+int socketBioDestroy(BIO* bio) {
+  delete stateOf(bio);
+  BIO_set_data(bio, nullptr);
+  return 1;
+}
+
+BIO_METHOD* socketBioMethod() {
+  static BIO_METHOD* method = [] {
+    BIO_METHOD* m = BIO_meth_new(BIO_get_new_index() | BIO_TYPE_SOURCE_SINK, "zentrel socket");
+    BIO_meth_set_write_ex(m, socketBioWrite);
+    BIO_meth_set_read_ex(m, socketBioRead);
+    BIO_meth_set_ctrl(m, socketBioControl);
+    BIO_meth_set_create(m, socketBioCreate);
+    BIO_meth_set_destroy(m, socketBioDestroy);
+    return m;
+  }();
+  return method;
+}
+}  // namespace
+
+bool attachSocket(SSL* ssl, int fd) {
+  BIO_METHOD* method = socketBioMethod();
+  BIO* bio = method ? BIO_new(method) : nullptr;
+  if (!bio) return false;
+  stateOf(bio)->fd = fd;
+  SSL_set_bio(ssl, bio, bio);
+  return true;
+}
+
 std::string peerFingerprint(SSL* ssl) {
   X509* certificate = SSL_get1_peer_certificate(ssl);
   if (!certificate) return {};

@@ -63,6 +63,10 @@ using SSLPtr = std::unique_ptr<SSL, SSLDeleter>;
 // A TLS 1.3-only context presenting `identity`, asking the peer for its certificate, issuing no
 // session tickets. The caller installs its own verification callback. nullptr with *problem.
 SSLCtxPtr makeTLSContext(const ZTDeviceIdentity& identity, bool server, std::string* problem);
+// Connects `ssl` to a socket through a BIO that sends with MSG_NOSIGNAL, so a peer that has gone
+// never raises SIGPIPE in the application (OpenSSL's own socket BIO writes with write()). The
+// descriptor stays the caller's.
+bool attachSocket(SSL* ssl, int fd);
 // The canonical fingerprint of the certificate the peer presented; empty when none.
 std::string peerFingerprint(SSL* ssl);
 

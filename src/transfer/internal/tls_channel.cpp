@@ -129,7 +129,7 @@ ZTStreamChannelResult TLSChannel::open(ZTError* error) {
         ZTSetError(error, ZTError(ZTSecureLinkErrorDomain, ZTSecureLinkErrorConnection, std::move(info)));
         return {ZTStreamChannelStatus::Failed, 0};
       }
-      if (SSL_set_fd(ssl_.get(), inner_->fileDescriptor()) != 1) {
+      if (!attachSocket(ssl_.get(), inner_->fileDescriptor())) {
         return fail(error, ZTSecureLinkErrorSetup, "Cannot start TLS: " + openSSLErrors());
       }
       if (server_) SSL_set_accept_state(ssl_.get());
