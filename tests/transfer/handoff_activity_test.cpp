@@ -9,6 +9,7 @@
 #include "common/log_and_environment.h"
 #include "transfer/internal/activity_message.h"
 #include "transfer/support/handoff_test_support.h"
+#include "transfer/support/transfer_test_support.h"
 #include "zentrel/operations/operation_queue.h"
 #include "zentrel/platform/exceptions.h"
 #include "zentrel/platform/run_loop.h"
@@ -211,7 +212,7 @@ class InProcessReceiver : public ZTDownloadFileUserActivityDelegate {
 };
 
 TEST(HandoffInOneProcess, UploadStagesAPrivateCopyAndDeletesItOnInvalidation) {
-  ScratchFolder scratch;
+  zt::test::TransferScratch scratch;
   Device a = makeDevice(scratch.path(), "a"), b = makeDevice(scratch.path(), "b");
   ASSERT_TRUE(a.link && b.link);
   pairDevices(a, b);
@@ -260,7 +261,7 @@ TEST(HandoffInOneProcess, UploadStagesAPrivateCopyAndDeletesItOnInvalidation) {
   upload.reset();
   download.reset();
   EXPECT_FALSE(std::filesystem::exists(staged));
-  EXPECT_TRUE(stagingFiles().empty());
+  EXPECT_TRUE(scratch.stagingFiles().empty());
 }
 
 }  // namespace

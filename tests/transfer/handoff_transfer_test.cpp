@@ -11,6 +11,7 @@
 
 #include "common/log_and_environment.h"
 #include "transfer/support/handoff_test_support.h"
+#include "transfer/support/transfer_test_support.h"
 #include "zentrel/platform/run_loop.h"
 #include "zentrel/transfer/download_file_user_activity.h"
 #include "zentrel/transfer/upload_file_user_activity.h"
@@ -53,7 +54,8 @@ class HandoffTransfer : public ::testing::Test {
   std::unique_ptr<Peer> startSender(const std::string& role, std::map<std::string, std::string> environment,
                                     const Device& device) {
     environment["XDG_CONFIG_HOME"] = device.configHome;
-    environment["TMPDIR"] = scratch.path();
+    std::filesystem::create_directories(scratch / "peer-tmp");
+    environment["TMPDIR"] = scratch / "peer-tmp";  // the sender's staging copy is not this side's
     auto peer = Peer::start(role, environment);
     if (peer && peer->waitForLine("PORT ")) {
       port = static_cast<std::uint16_t>(std::stoi(peer->waitForLine("PORT ")->substr(5)));
@@ -90,7 +92,7 @@ class HandoffTransfer : public ::testing::Test {
     return download;
   }
 
-  ScratchFolder scratch;
+  zt::test::TransferScratch scratch;
   Device here, there;
   std::uint16_t port = 0;
 };
@@ -119,7 +121,7 @@ TEST_F(HandoffTransfer, CompletesAsSoonAsTheExpectedSizeHasArrivedWithoutWaiting
   EXPECT_TRUE(std::is_sorted(delegate->progresses.begin(), delegate->progresses.end()));
 
   download.reset();
-  EXPECT_TRUE(stagingFiles().empty()) << "the staging file goes with the transfer object";
+  EXPECT_TRUE(scratch.stagingFiles().empty()) << "the staging file goes with the transfer object";
   sender->closeInput();
   EXPECT_EQ(sender->waitForExit(), 0);
 }
@@ -140,7 +142,7 @@ TEST_F(HandoffTransfer, SenderClosingEarlyFailsTheReceiverWithItsLogLineAndDeliv
                       "-[ZTDownloadFileUserActivity continueReceivingData:end:] self.transferredDataSize < self.totalFileSize"),
             lines.end());
   EXPECT_FALSE(std::filesystem::exists(scratch / "in/file.bin"));
-  EXPECT_TRUE(stagingFiles().empty());
+  EXPECT_TRUE(scratch.stagingFiles().empty());
 }
 
 TEST_F(HandoffTransfer, MoreBytesThanExpectedAreAllDeliveredAtTheEndOfTheStream) {
@@ -202,7 +204,7 @@ TEST_F(HandoffTransfer, UnpairedDeviceFailsTheHandshakeAndNoByteOfTheFileMoves) 
   EXPECT_TRUE(sender->waitForLine("REFUSED ", Seconds(10)));
   EXPECT_FALSE(sender->hasLine("CONNECTED"));
   EXPECT_TRUE(std::filesystem::is_empty(scratch / "in"));
-  EXPECT_TRUE(stagingFiles().empty());
+  EXPECT_TRUE(scratch.stagingFiles().empty());
 }
 
 TEST_F(HandoffTransfer, SenderKilledMidTransferFailsTheReceiverAndLeavesNoStagingFile) {
@@ -220,11 +222,11 @@ TEST_F(HandoffTransfer, SenderKilledMidTransferFailsTheReceiverAndLeavesNoStagin
   ASSERT_TRUE(sender->waitForLine("STALLED "));
   ZTRunLoop::main()->runWithCondition([&] { return download->transferredDataSize() < 1000000; }, Seconds(30));
   EXPECT_EQ(download->transferredDataSize(), 1000000u);
-  EXPECT_FALSE(stagingFiles().empty()) << "bytes so far are in the staging file";
+  EXPECT_FALSE(scratch.stagingFiles().empty()) << "bytes so far are in the staging file";
   sender->kill();
   ZTRunLoop::main()->runWithCondition([&] { return !delegate->done; }, Seconds(30));
   EXPECT_TRUE(delegate->failed);
-  EXPECT_TRUE(stagingFiles().empty());
+  EXPECT_TRUE(scratch.stagingFiles().empty());
   EXPECT_FALSE(std::filesystem::exists(scratch / "in/file.bin"));
 }
 

@@ -27,6 +27,7 @@
 #include <string>
 
 #include "transfer/support/handoff_test_support.h"
+#include "zentrel/filesystem/standard_directories.h"
 #include "zentrel/platform/log.h"
 #include "zentrel/platform/run_loop.h"
 #include "zentrel/platform/stream.h"
@@ -114,6 +115,7 @@ int runUpload() {
   if (!upload->becomeCurrent(&error)) return say("SETUP " + error.description()), 2;
   say("PORT " + std::to_string(activity->port()));
   runFor(role->done, 60);
+  upload.reset();  // invalidates: the staged copy goes
   return role->done ? 0 : 1;
 }
 
@@ -246,7 +248,10 @@ int runReceive() {
   download->start();
   runFor(role->done, 60);
   download.reset();  // invalidates: the staging file goes
-  say("STAGING-LEFT " + std::to_string(stagingFiles().size()));
+  std::error_code code;
+  const auto left = std::distance(std::filesystem::directory_iterator(ZTTemporaryDirectory(), code),
+                                  std::filesystem::directory_iterator());
+  say("STAGING-LEFT " + std::to_string(left));
   say(std::string("DESTINATION ") + (std::filesystem::exists(text("ZT_PEER_DEST")) ? "present" : "absent"));
   return 0;
 }

@@ -14,41 +14,11 @@
 #include <filesystem>
 #include <fstream>
 
-#include "zentrel/filesystem/standard_directories.h"
 #include "zentrel/platform/run_loop.h"
 
 extern char** environ;
 
 namespace zt::test::handoff {
-
-// This process keeps its temporary files in a folder of its own, so that a test can see exactly
-// what the hand-off left behind. A peer gets the folder its parent names.
-namespace {
-struct ProcessTemporaryFolder {
-  ProcessTemporaryFolder() {
-    if (std::getenv("ZT_HANDOFF_PEER")) return;
-    std::string pattern = "/tmp/zt-handoff-tests-XXXXXX";
-    if (!::mkdtemp(pattern.data())) return;
-    root = pattern;
-    ::setenv("TMPDIR", root.c_str(), 1);
-  }
-  ~ProcessTemporaryFolder() {
-    std::error_code code;
-    if (!root.empty()) std::filesystem::remove_all(root, code);
-  }
-  std::string root;
-} processTemporaryFolder;
-}  // namespace
-
-ScratchFolder::ScratchFolder() {
-  std::string pattern = "/tmp/zt-handoff-XXXXXX";
-  if (::mkdtemp(pattern.data())) path_ = pattern;
-}
-
-ScratchFolder::~ScratchFolder() {
-  std::error_code code;
-  if (!path_.empty()) std::filesystem::remove_all(path_, code);
-}
 
 Device makeDevice(const std::string& folder, const std::string& name) {
   Device device;
@@ -98,17 +68,6 @@ bool fileHasPattern(const std::string& path, std::uint64_t size) {
     offset += count;
   }
   return offset == size;
-}
-
-std::vector<std::string> stagingFiles() {
-  std::vector<std::string> files;
-  const char* tmp = std::getenv("TMPDIR");
-  const std::string folder = std::string(tmp ? tmp : "/tmp") + "/zentrel-" + std::to_string(::geteuid());
-  std::error_code code;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, code)) {
-    if (entry.is_regular_file()) files.push_back(entry.path().string());
-  }
-  return files;
 }
 
 std::unique_ptr<Peer> Peer::start(const std::string& role, const std::map<std::string, std::string>& environment) {

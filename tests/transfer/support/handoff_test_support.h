@@ -24,18 +24,6 @@ namespace zt::test::handoff {
 
 using Seconds = std::chrono::duration<double>;
 
-// A folder removed with everything in it at the end of the scope.
-class ScratchFolder {
- public:
-  ScratchFolder();
-  ~ScratchFolder();
-  const std::string& path() const { return path_; }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
-
 struct Device {
   std::string configHome;  // what XDG_CONFIG_HOME is for this device
   std::shared_ptr<ZTDeviceIdentity> identity;
@@ -51,9 +39,6 @@ void pairDevices(Device& a, Device& b);
 std::vector<std::uint8_t> patternBytes(std::uint64_t offset, std::size_t count);
 void writePatternFile(const std::string& path, std::uint64_t size);
 bool fileHasPattern(const std::string& path, std::uint64_t size);
-
-// Regular files left in this process's private temporary folder.
-std::vector<std::string> stagingFiles();
 
 // A peer process. Its standard output is collected line by line; its standard input stays open
 // until closeInput(), which some roles wait for.
