@@ -24,6 +24,10 @@ void ZTUserActivityDelegate::userActivityDidFailToContinue(ZTUserActivity&, cons
 
 namespace {
 
+// Connections in the handshake or the activity message at one time; more are closed at once, so
+// that a flood of connections that never finish cannot use up the process's descriptors.
+constexpr std::size_t kMaxPendingConnections = 16;
+
 template <class F>
 void guarded(const char* what, F&& call) {
   try {
@@ -154,6 +158,12 @@ bool ZTUserActivity::becomeCurrent(ZTError* error) {
 
 void ZTUserActivity::Impl::accepted(const std::shared_ptr<ZTUserActivity>& activity, std::shared_ptr<ZTStreamChannel> plain) {
   if (activity->invalidated_ || !activity->secureLink_) {
+    if (plain) plain->close();
+    return;
+  }
+  if (activity->impl_->pending.size() >= kMaxPendingConnections) {
+    ZTLogf("ZTUserActivity: %zu connections are already being set up for \"%s\"; another one is turned away",
+           activity->impl_->pending.size(), activity->activityType_.c_str());
     if (plain) plain->close();
     return;
   }

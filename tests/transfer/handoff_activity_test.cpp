@@ -11,7 +11,6 @@
 #include "transfer/support/handoff_test_support.h"
 #include "transfer/support/transfer_test_support.h"
 #include "zentrel/operations/operation_queue.h"
-#include "zentrel/platform/exceptions.h"
 #include "zentrel/platform/run_loop.h"
 #include "zentrel/transfer/download_file_user_activity.h"
 #include "zentrel/transfer/upload_file_user_activity.h"
@@ -86,23 +85,6 @@ TEST(HandoffProgress, ReportsAtMostEveryTenthOfASecondAndEveryHundredth) {
   EXPECT_DOUBLE_EQ(download->notifiedStreamFileProgressTime(), now);
 }
 
-TEST(HandoffProgress, NothingIsReportedWhenTheSizeIsUnknown) {
-  auto upload = ZTUploadFileUserActivity::create(ZTUserActivity::create("t"));
-  auto recorder = std::make_shared<ProgressRecorder>();
-  // The upload's delegate protocol differs; progress goes through the shared base.
-  class UploadRecorder : public ZTUploadFileUserActivityDelegate {
-   public:
-    std::string pathForUploadFileUserActivity(ZTUploadFileUserActivity&) override { return {}; }
-    void userActivityDidUploadFileAtPath(ZTUploadFileUserActivity&, const std::string&) override {}
-    void userActivityStreamFileProgress(ZTStreamFileUserActivity&, float) override { ++reports; }
-    int reports = 0;
-  };
-  auto delegate = std::make_shared<UploadRecorder>();
-  upload->setDelegate(delegate);
-  upload->notifyDelegateAboutProgressUsingTransferredDataSize(100);
-  EXPECT_EQ(delegate->reports, 0);
-}
-
 TEST(HandoffFailures, ActivityWithoutContinuationStreamsFailsTheDownloadAfterInvalidation) {
   zt::test::LogCapture log;
   auto download = ZTDownloadFileUserActivity::create(ZTUserActivity::create("t"), 10, "/tmp/x");
@@ -132,22 +114,6 @@ TEST(HandoffFailures, AnActivityNotContinuedHasNoStreamsToGive) {
   ZTRunLoop::main()->runWithCondition([&] { return !answered; }, Seconds(5));
   ASSERT_TRUE(error);
   EXPECT_EQ(error->code(), ZTUserActivityErrorNoStreams);
-}
-
-class AbstractActivity : public ZTStreamFileUserActivity {
- public:
-  AbstractActivity() : ZTStreamFileUserActivity(nullptr) {}
-  std::string describe() const { return descriptionForStream(*ZTInputStream::inputStreamWithData({})); }
-};
-
-TEST(HandoffFailures, TheBaseLeavesTheStreamDescriptionToItsSubclasses) {
-  AbstractActivity activity;
-  try {
-    (void)activity.describe();
-    FAIL() << "expected ZTInternalInconsistencyException";
-  } catch (const ZTInternalInconsistencyException& e) {
-    EXPECT_EQ(std::string(e.what()), "You must override descriptionForStream: in (anonymous namespace)::AbstractActivity class.");
-  }
 }
 
 TEST(ActivityMessage, RoundTripsUserInfoIncludingBytesAndDates) {
