@@ -128,6 +128,7 @@ struct SenderRole {
     std::printf("%u\n", static_cast<unsigned>(activity->port()));
     std::fflush(stdout);
     ZTRunLoop::main()->runWithCondition([&] { return !sender->done; }, Seconds(300));
+    upload.reset();  // invalidates: the staged copy goes
     std::printf("%lld\n", static_cast<long long>(peakResidentKiB()) - static_cast<long long>(before));
     std::fflush(stdout);
     ::_exit(0);
