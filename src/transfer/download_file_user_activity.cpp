@@ -83,7 +83,7 @@ void ZTDownloadFileUserActivity::start() {
   }
   std::weak_ptr<ZTStreamFileUserActivity> weakSelf = weak_from_this();
   activity->getContinuationStreamsWithCompletionHandler(
-      [weakSelf](std::shared_ptr<ZTInputStream> inputStream, std::shared_ptr<ZTOutputStream>,
+      [weakSelf](std::shared_ptr<ZTInputStream> inputStream, std::shared_ptr<ZTOutputStream> outputStream,
                  const std::optional<ZTError>& error) {
         auto self = std::static_pointer_cast<ZTDownloadFileUserActivity>(weakSelf.lock());
         if (!self || self->isInvalidated()) {
@@ -96,6 +96,7 @@ void ZTDownloadFileUserActivity::start() {
           self->invalidateAndNotifyDelegateAboutFail();
           return;
         }
+        self->unusedOutputStream_ = std::move(outputStream);
         self->inputStream_ = std::move(inputStream);
         self->openStream(self->inputStream_);
       });
@@ -215,6 +216,7 @@ void ZTDownloadFileUserActivity::invalidateInputFileHandle() {
 void ZTDownloadFileUserActivity::invalidate() {
   ZTStreamFileUserActivity::invalidate();
   invalidateInputStream();
+  if (auto output = std::move(unusedOutputStream_)) output->close();
   invalidateInputFileHandle();
   if (!inputFilePath_.empty()) {
     ::unlink(inputFilePath_.c_str());

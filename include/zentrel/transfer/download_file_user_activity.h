@@ -78,6 +78,10 @@ class ZT_API ZTDownloadFileUserActivity : public ZTStreamFileUserActivity {
 
   std::string inputFilePath_;
   std::shared_ptr<ZTInputStream> inputStream_;
+  // The continuation output stream is never written, but held until invalidation: releasing it
+  // would end this side's writing (TLS close_notify) while the sender may still be sending, and a
+  // sender that then closes with that unread resets the connection, losing bytes in flight.
+  std::shared_ptr<ZTOutputStream> unusedOutputStream_;
   std::shared_ptr<ZTFileHandle> inputFileHandle_;
   std::string destinationInputFilePath_;
   std::weak_ptr<ZTDownloadFileUserActivityDelegate> downloadDelegate_;
