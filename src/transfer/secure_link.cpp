@@ -25,12 +25,38 @@ struct ZTSecureLink::Impl {
 
 namespace {
 
+// "address:port" of the peer on the other end of an accepted connection, for messages.
+std::string describePeer(ZTStreamChannel& connection) {
+  sockaddr_storage address{};
+  socklen_t length = sizeof address;
+  char host[INET6_ADDRSTRLEN] = {};
+  if (::getpeername(connection.fileDescriptor(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    return "the connecting device";
+  }
+  if (address.ss_family == AF_INET) {
+    auto* v4 = reinterpret_cast<sockaddr_in*>(&address);
+    ::inet_ntop(AF_INET, &v4->sin_addr, host, sizeof host);
+    return std::string(host) + ":" + std::to_string(ntohs(v4->sin_port));
+  }
+  if (address.ss_family == AF_INET6) {
+    auto* v6 = reinterpret_cast<sockaddr_in6*>(&address);
+    ::inet_ntop(AF_INET6, &v6->sin6_addr, host, sizeof host);
+    return "[" + std::string(host) + "]:" + std::to_string(ntohs(v6->sin6_port));
+  }
+  return "the connecting device";
+}
+
 // One handshake on a run loop: re-arms a descriptor source for whatever the channel waits for,
 // until the channel is open, fails, the deadline passes or the attempt is cancelled.
 class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from_this<Attempt> {
  public:
-  Attempt(std::shared_ptr<TLSChannel> channel, std::shared_ptr<ZTRunLoop> runLoop, ZTSecureLink::Completion completion)
-      : channel_(std::move(channel)), runLoop_(std::move(runLoop)), completion_(std::move(completion)) {}
+  // With a channel completion, the secured channel itself is handed over instead of streams.
+  Attempt(std::shared_ptr<TLSChannel> channel, std::shared_ptr<ZTRunLoop> runLoop, ZTSecureLink::Completion completion,
+          ZTSecureLink::ChannelCompletion channelCompletion)
+      : channel_(std::move(channel)),
+        runLoop_(std::move(runLoop)),
+        completion_(std::move(completion)),
+        channelCompletion_(std::move(channelCompletion)) {}
 
   void start(std::chrono::milliseconds timeout) {
     keepAlive_ = shared_from_this();  // until finished or cancelled: the caller may drop its handle
@@ -57,6 +83,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
     if (channel_) channel_->close();
     completion_ = nullptr;
     keepAlive_.reset();
+    channelCompletion_ = nullptr;
   }
 
   void failNow(const ZTError& error) {
@@ -109,9 +136,32 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
   void finish(std::optional<ZTError> failure) {
     if (finished_) return;
     finished_ = true;
+    auto keepAlive = std::move(keepAlive_);  // this attempt lives until the handler has returned
     disarm();
     auto completion = std::move(completion_);
     completion_ = nullptr;
+    if (auto channelCompletion = std::move(channelCompletion_)) {
+      channelCompletion_ = nullptr;
+      std::shared_ptr<ZTStreamChannel> secured;
+      std::optional<ZTPairedDevice> peer;
+      ZTError channelError;
+      if (failure) {
+        if (channel_) channel_->close();
+        channelError = *failure;
+      } else {
+        peer = channel_->peer();
+        secured = channel_;
+      }
+      channel_.reset();
+      try {
+        channelCompletion(std::move(secured), peer, channelError);
+      } catch (const std::exception& exception) {
+        ZTLogf("ZTSecureLink: a completion handler threw: %s", exception.what());
+      } catch (...) {
+        ZTLog("ZTSecureLink: a completion handler threw an exception that is not a std::exception");
+      }
+      return;
+    }
     std::optional<ZTSecureConnection> connection;
     ZTError error;
     if (failure) {
@@ -122,7 +172,6 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
       connection = ZTSecureConnection{pair.inputStream, pair.outputStream, channel_->peer().value_or(ZTPairedDevice{})};
     }
     channel_.reset();
-    auto keepAlive = std::move(keepAlive_);
     if (!completion) return;
     try {
       completion(std::move(connection), error);
@@ -136,6 +185,7 @@ class Attempt final : public ZTSecureLinkAttempt, public std::enable_shared_from
   std::shared_ptr<TLSChannel> channel_;
   std::shared_ptr<ZTRunLoop> runLoop_;
   ZTSecureLink::Completion completion_;
+  ZTSecureLink::ChannelCompletion channelCompletion_;
   std::shared_ptr<ZTTimer> timer_;
   std::shared_ptr<ZTFileDescriptorSource> sources_[1];
   bool finished_ = false;
@@ -185,7 +235,8 @@ std::chrono::milliseconds ZTSecureLink::handshakeTimeout() const { return std::c
 namespace {
 std::shared_ptr<ZTSecureLinkAttempt> begin(ZTSecureLink::Impl& impl, std::shared_ptr<ZTStreamChannel> plain, bool server,
                                            std::string description, const std::shared_ptr<ZTRunLoop>& runLoop,
-                                           ZTSecureLink::Completion completion, std::optional<ZTError> earlyFailure) {
+                                           ZTSecureLink::Completion completion, std::optional<ZTError> earlyFailure,
+                                           ZTSecureLink::ChannelCompletion channelCompletion = {}) {
   std::shared_ptr<ZTRunLoop> loop = runLoop ? runLoop : ZTRunLoop::current();
   SSLPtr ssl;
   if (!earlyFailure) {
@@ -196,7 +247,7 @@ std::shared_ptr<ZTSecureLinkAttempt> begin(ZTSecureLink::Impl& impl, std::shared
   if (!earlyFailure) {
     channel = std::make_shared<TLSChannel>(plain, std::move(ssl), server, impl.paired, std::move(description));
   }
-  auto attempt = std::make_shared<Attempt>(channel, loop, std::move(completion));
+  auto attempt = std::make_shared<Attempt>(channel, loop, std::move(completion), std::move(channelCompletion));
   if (earlyFailure) {
     if (plain) plain->close();
     attempt->failNow(*earlyFailure);
@@ -211,28 +262,33 @@ std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::acceptConnection(std::shared_
                                                                     const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion) {
   std::optional<ZTError> failure;
   if (!connection) failure = makeError(ZTSecureLinkErrorDomain, ZTSecureLinkErrorConnection, "There is no connection to secure.");
-  std::string description = "the connecting device";
-  if (connection) {
-    sockaddr_storage address{};
-    socklen_t length = sizeof address;
-    char host[INET6_ADDRSTRLEN] = {};
-    if (::getpeername(connection->fileDescriptor(), reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-      if (address.ss_family == AF_INET) {
-        auto* v4 = reinterpret_cast<sockaddr_in*>(&address);
-        ::inet_ntop(AF_INET, &v4->sin_addr, host, sizeof host);
-        description = std::string(host) + ":" + std::to_string(ntohs(v4->sin_port));
-      } else if (address.ss_family == AF_INET6) {
-        auto* v6 = reinterpret_cast<sockaddr_in6*>(&address);
-        ::inet_ntop(AF_INET6, &v6->sin6_addr, host, sizeof host);
-        description = "[" + std::string(host) + "]:" + std::to_string(ntohs(v6->sin6_port));
-      }
-    }
-  }
+  const std::string description = connection ? describePeer(*connection) : "the connecting device";
   return begin(*impl_, std::move(connection), true, description, runLoop, std::move(completion), failure);
+}
+
+std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::acceptChannel(std::shared_ptr<ZTStreamChannel> connection,
+                                                                 const std::shared_ptr<ZTRunLoop>& runLoop,
+                                                                 ChannelCompletion completion) {
+  std::optional<ZTError> failure;
+  if (!connection) failure = makeError(ZTSecureLinkErrorDomain, ZTSecureLinkErrorConnection, "There is no connection to secure.");
+  const std::string description = connection ? describePeer(*connection) : "the connecting device";
+  return begin(*impl_, std::move(connection), true, description, runLoop, {}, failure, std::move(completion));
+}
+
+std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connectChannel(const std::string& host, std::uint16_t port,
+                                                                  const std::shared_ptr<ZTRunLoop>& runLoop,
+                                                                  ChannelCompletion completion) {
+  return connect(host, port, runLoop, {}, std::move(completion));
 }
 
 std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connectToHost(const std::string& host, std::uint16_t port,
                                                                  const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion) {
+  return connect(host, port, runLoop, std::move(completion), {});
+}
+
+std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connect(const std::string& host, std::uint16_t port,
+                                                           const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion,
+                                                           ChannelCompletion channelCompletion) {
   std::string description = (host.find(':') != std::string::npos ? "[" + host + "]" : host) + ":" + std::to_string(port);
   ZTError connectError;
   auto plain = ZTSocketStreamChannelConnect(host, port, &connectError);
@@ -243,5 +299,6 @@ std::shared_ptr<ZTSecureLinkAttempt> ZTSecureLink::connectToHost(const std::stri
     info[ZTUnderlyingErrorKey] = connectError.toValue();
     failure = ZTError(ZTSecureLinkErrorDomain, ZTSecureLinkErrorConnection, std::move(info));
   }
-  return begin(*impl_, std::move(plain), false, description, runLoop, std::move(completion), failure);
+  return begin(*impl_, std::move(plain), false, description, runLoop, std::move(completion), failure,
+               std::move(channelCompletion));
 }

@@ -48,6 +48,11 @@ void addGuardCommand(CLI::App& app);
 void addConflictsCommand(CLI::App& app);
 // `zt pair`: pairs this device with another for hand-offs (code comparison, or exported lines).
 void addPairCommand(CLI::App& app);
+// `zt handoff send FILE` / `zt handoff receive`: a file to a paired device, over mutual TLS.
+void addHandoffCommand(CLI::App& app);
+// Two processes on loopback hand a file over; the digests must agree.
+int runHandoffDemo();
+
 // `zt copy SOURCE DEST`: a background copy under file coordination; prints the path written.
 void addCopyCommand(CLI::App& app);
 int runCopy(const std::string& source, const std::string& destination);

@@ -22,6 +22,7 @@ void addDemoCommand(CLI::App& app) {
         {"text", runTextTourWithDefaults},
         {"sysinfo", runSysinfoWithDefaults},
         {"format", runFormatTour},
+        {"handoff", runHandoffDemo},
     };
     int failures = 0;
     for (const auto& [name, tour] : tours) {

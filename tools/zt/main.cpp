@@ -67,6 +67,7 @@ int main(int argc, char** argv) {
   ztool::addFetchCommand(app);
   ztool::addCompletionCommand(app);
   ztool::addPairCommand(app);
+  ztool::addHandoffCommand(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& e) {  // --help, --version

@@ -94,9 +94,24 @@ class ZT_API ZTSecureLink : public std::enable_shared_from_this<ZTSecureLink> {
   std::shared_ptr<ZTSecureLinkAttempt> connectToHost(const std::string& host, std::uint16_t port,
                                                      const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion);
 
+  // The same two, handing over the secured channel itself (handshake done, peer checked) instead of
+  // streams over it: for a layer that exchanges messages of its own first and then makes the
+  // streams (ZTStream::streamPairWithChannel). The channel is set on success, with the peer.
+  using ChannelCompletion = std::function<void(std::shared_ptr<ZTStreamChannel> channel,
+                                               const std::optional<ZTPairedDevice>& peer, const ZTError& error)>;
+  std::shared_ptr<ZTSecureLinkAttempt> acceptChannel(std::shared_ptr<ZTStreamChannel> connection,
+                                                     const std::shared_ptr<ZTRunLoop>& runLoop,
+                                                     ChannelCompletion completion);
+  std::shared_ptr<ZTSecureLinkAttempt> connectChannel(const std::string& host, std::uint16_t port,
+                                                      const std::shared_ptr<ZTRunLoop>& runLoop,
+                                                      ChannelCompletion completion);
+
   struct Impl;
 
  private:
   explicit ZTSecureLink(std::unique_ptr<Impl> impl);
+  std::shared_ptr<ZTSecureLinkAttempt> connect(const std::string& host, std::uint16_t port,
+                                               const std::shared_ptr<ZTRunLoop>& runLoop, Completion completion,
+                                               ChannelCompletion channelCompletion);
   std::unique_ptr<Impl> impl_;
 };
