@@ -449,8 +449,13 @@ int runReceive(const std::string& from, const std::string& folderIn, double time
 void addHandoffCommand(CLI::App& app) {
   auto* command = app.add_subcommand("handoff", "Hand a file to a paired device, or receive one");
   command->require_subcommand(1);
+  command->footer(
+      "Both devices must be paired first (zt pair).\n\n"
+      "Example: zt handoff send ~/slides.pdf                     (on the sending device)\n"
+      "Example: zt handoff receive --from 192.168.1.20:7020 --to ~/Downloads   (on the other)");
 
   auto* send = command->add_subcommand("send", "Offer FILE to a paired device and send it when one connects");
+  send->footer("Exit status 0 once the receiver has the file, 1 on failure.\n\nExample: zt handoff send ~/slides.pdf");
   static std::string sendPath;
   static unsigned sendPort = 0;
   static bool loopback = false;
@@ -467,6 +472,9 @@ void addHandoffCommand(CLI::App& app) {
   });
 
   auto* receive = command->add_subcommand("receive", "Receive a file from a paired device");
+  receive->footer(
+      "Prints the path of the file received and its SHA-256. Exit status 0 when delivered, 1 on failure.\n\n"
+      "Example: zt handoff receive --from 192.168.1.20:7020 --to ~/Downloads");
   static std::string from;
   static std::string folder;
   static double receiveTimeout = 600;
