@@ -5,6 +5,7 @@
 #include <unicode/simpletz.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
+#include <unicode/uchar.h>
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
 
@@ -198,10 +199,27 @@ std::string write(icu::SimpleDateFormat* formatter, ZTDate date) {
   return out;
 }
 
-// Texts longer than any date are refused before ICU sees them.
+// No field of the patterns needs more digits in a row than this (nine fraction digits at most,
+// with room to spare). ICU scales a fraction of n digits by 10^(n-3) in 32-bit arithmetic, which
+// wraps to zero from 35 digits on and stops the process with a division by zero.
+constexpr int kLongestDigitRun = 12;
+
+bool hasOverlongDigitRun(const icu::UnicodeString& text) {
+  int run = 0;
+  for (int32_t i = 0; i < text.length(); i = text.moveIndex32(i, 1)) {
+    run = u_isdigit(text.char32At(i)) ? run + 1 : 0;
+    if (run > kLongestDigitRun) return true;
+  }
+  return false;
+}
+
+// Texts longer than any date, or with a run of digits no date has (in any script ICU reads as
+// digits), are refused before ICU parses them.
 std::optional<icu::UnicodeString> candidate(std::string_view text) {
   if (text.empty() || text.size() > kZTInternetDateMaximumLength) return std::nullopt;
-  return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+  icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())));
+  if (hasOverlongDigitRun(unicode)) return std::nullopt;
+  return unicode;
 }
 
 }  // namespace

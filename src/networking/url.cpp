@@ -243,20 +243,20 @@ std::optional<std::vector<ZTURLQueryItem>> ZTURLComponents::queryItems() const {
   if (!query_) return std::nullopt;
   std::vector<ZTURLQueryItem> items;
   if (query_->empty()) return items;
-  UriQueryListA* list = nullptr;
-  int count = 0;
-  const char* first = query_->data();
-  if (uriDissectQueryMallocExA(&list, &count, first, first + query_->size(), URI_FALSE, URI_BR_DONT_TOUCH) !=
-      URI_SUCCESS) {
-    return items;
+  // Split here rather than by uriparser, whose items are C strings: a decoded "%00" would cut a
+  // name or value short there.
+  const std::string_view query = *query_;
+  std::size_t start = 0;
+  while (start <= query.size()) {
+    const std::size_t end = std::min(query.find('&', start), query.size());
+    const std::string_view piece = query.substr(start, end - start);
+    const std::size_t equals = piece.find('=');
+    ZTURLQueryItem item;
+    item.name = decodedOrRaw(std::string(piece.substr(0, equals)));
+    if (equals != std::string_view::npos) item.value = decodedOrRaw(std::string(piece.substr(equals + 1)));
+    items.push_back(std::move(item));
+    start = end + 1;
   }
-  for (const UriQueryListA* item = list; item != nullptr; item = item->next) {
-    ZTURLQueryItem out;
-    out.name = item->key ? item->key : "";
-    if (item->value) out.value = std::string(item->value);
-    items.push_back(std::move(out));
-  }
-  uriFreeQueryListA(list);
   return items;
 }
 

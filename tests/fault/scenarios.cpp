@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -18,6 +19,13 @@
 #include "zentrel/platform/file_manager.h"
 #include "zentrel/platform/log.h"
 #include "zentrel/platform/run_loop.h"
+#ifdef ZT_FAULT_WITH_TRANSFER
+#include "zentrel/filesystem/standard_directories.h"
+#include "zentrel/operations/thread_with_run_loop.h"
+#include "zentrel/platform/stream.h"
+#include "zentrel/transfer/copy_file_async_operation.h"
+#include "zentrel/transfer/save_stream_to_local_file_operation.h"
+#endif
 
 namespace fs = std::filesystem;
 
@@ -277,6 +285,123 @@ void watcherRecovers(Scenario& s) {
   ZTSetLogSink({});
 }
 
+#ifdef ZT_FAULT_WITH_TRANSFER
+// --- the transfer operations -------------------------------------------------------------------
+
+// What an operation's handlers reported. Handlers run on the worker thread; the scenario reads
+// the counts after waitUntilFinished().
+struct Reported {
+  std::atomic<int> successes{0};
+  std::atomic<int> failures{0};
+  std::atomic<int> cancellations{0};
+  int total() const { return successes + failures + cancellations; }
+};
+
+// Names in the library's private temporary folder (where staging files are made).
+std::set<std::string> stagingNames() { return namesIn(ZTTemporaryDirectory()); }
+
+// Saving a file's stream: either the operation reported success and the whole file is at the
+// destination, or it reported an error and nothing is there; no staging file is left either way.
+void streamScenario(Scenario& s, const fs::path& destinationFolder) {
+  const fs::path source = s.folder() / "from" / "source.bin";
+  const fs::path destination = destinationFolder / "saved.bin";
+  fs::create_directories(source.parent_path());
+  fs::create_directories(destinationFolder);
+  const std::string content = numberedText((1 << 20) + 3);
+  writeContents(source, content);
+  const std::set<std::string> stagingBefore = stagingNames();
+
+  ZTScopedThreadWithRunLoop<> worker("fault-stream");
+  Reported reported;
+  std::shared_ptr<ZTSaveStreamToLocalFileOperation> operation;
+  bool finished = false;
+  s.armed([&] {
+    operation = ZTSaveStreamToLocalFileOperation::create(
+        ZTInputStream::inputStreamWithFileAtPath(source.string()), destination.string(), nullptr, worker.thread(),
+        nullptr, [&](ZTConcurrentOperation&) { ++reported.cancellations; },
+        [&](ZTSaveStreamToLocalFileOperation&) { ++reported.successes; },
+        [&](ZTConcurrentOperation&, const ZTError&) { ++reported.failures; });
+    if (!operation) return;
+    operation->start();
+    finished = operation->waitUntilFinished(ZTOperation::Seconds(30));
+  });
+  s.require(operation != nullptr, "the operation is created");
+  if (!operation) return;
+  s.require(finished, "the operation finishes");
+  s.require(reported.total() == 1 && reported.cancellations == 0, "the operation reports one outcome, not a cancellation");
+  if (reported.successes == 1) {
+    s.require(fs::exists(destination) && contents(destination) == content,
+              "a save that succeeded left the whole file at the destination");
+    s.require(namesIn(destinationFolder) == std::set<std::string>{"saved.bin"}, "a save leaves only the file");
+  } else {
+    s.require(namesIn(destinationFolder).empty(), "a failed save left nothing at the destination");
+  }
+  s.require(stagingNames() == stagingBefore, "no staging file is left in the temporary folder");
+  s.require(contents(source) == content, "the source is unchanged");
+}
+
+void streamToFile(Scenario& s) { streamScenario(s, s.folder() / "to"); }
+
+// The staging file is on another file system than the destination (tmpfs, named by
+// ZT_FAULT_OTHER_FILE_SYSTEM), so moving it into place is a copy and a removal.
+void streamToFileAcrossFileSystems(Scenario& s) {
+  const char* other = std::getenv("ZT_FAULT_OTHER_FILE_SYSTEM");
+  s.require(other != nullptr, "a folder on another file system was given");
+  if (other != nullptr) streamScenario(s, fs::path(other) / "to");
+}
+
+// The asynchronous copy: whole file at the destination after success, nothing there after an
+// error, and the source untouched.
+// With existingFile, a different file already stands at the path asked for: it is compared, left
+// alone, and the copy goes to the unique name beside it.
+void copyAsyncScenario(Scenario& s, bool existingFile) {
+  const fs::path source = s.folder() / "from" / "item.bin";
+  const fs::path destinationFolder = s.folder() / "to";
+  const fs::path asked = destinationFolder / "item.bin";
+  const fs::path destination = existingFile ? destinationFolder / "item-1.bin" : asked;
+  fs::create_directories(source.parent_path());
+  fs::create_directories(destinationFolder);
+  const std::string content = numberedText((1 << 20) + 5);
+  writeContents(source, content);
+  const std::string existing = numberedText(70000);
+  if (existingFile) writeContents(asked, existing);
+  std::set<std::string> namesBefore = namesIn(destinationFolder);
+
+  ZTScopedThreadWithRunLoop<> worker("fault-copy");
+  Reported reported;
+  std::shared_ptr<ZTCopyFileAsyncOperation> copy;
+  bool finished = false;
+  s.armed([&] {
+    copy = ZTConcurrentOperation::make<ZTCopyFileAsyncOperation>(
+        worker.thread(), nullptr, [&](ZTConcurrentOperation&) { ++reported.cancellations; },
+        [&](ZTConcurrentOperation&, const ZTError&) { ++reported.failures; });
+    if (!copy) return;
+    copy->setSourceFilePath(source.string());
+    copy->setDestinationFilePath(asked.string());
+    copy->setSuccessHandler([&](ZTCopyFileAsyncOperation&) { ++reported.successes; });
+    copy->start();
+    finished = copy->waitUntilFinished(ZTOperation::Seconds(30));
+  });
+  s.require(copy != nullptr, "the operation is created");
+  if (!copy) return;
+  s.require(finished, "the operation finishes");
+  s.require(reported.total() == 1 && reported.cancellations == 0, "the operation reports one outcome, not a cancellation");
+  s.require(contents(source) == content, "the source of a copy is unchanged");
+  if (existingFile) s.require(contents(asked) == existing, "the file already at the destination is untouched");
+  if (reported.successes == 1) {
+    s.require(copy->destinationFilePath() == destination.string(), "the copy went to the expected path");
+    s.require(fs::exists(destination) && contents(destination) == content, "a copy that succeeded is whole");
+    namesBefore.insert(destination.filename().string());
+    s.require(namesIn(destinationFolder) == namesBefore, "a copy leaves only the file");
+  } else {
+    s.require(namesIn(destinationFolder) == namesBefore, "a failed copy left nothing at the destination");
+  }
+}
+
+void asyncCopy(Scenario& s) { copyAsyncScenario(s, false); }
+void asyncCopyBesideExistingFile(Scenario& s) { copyAsyncScenario(s, true); }
+#endif
+
 constexpr const char* kFileCalls = "open,write,fsync,rename,copy_file_range";
 
 constexpr ScenarioEntry kScenarios[] = {
@@ -288,6 +413,12 @@ constexpr ScenarioEntry kScenarios[] = {
     {"FileManagerCopyFile", kFileCalls, fileManagerCopyFile},
     {"FileManagerCopyFolder", kFileCalls, fileManagerCopyFolder},
     {"WatcherRecovers", "inotify_add_watch", watcherRecovers},
+#ifdef ZT_FAULT_WITH_TRANSFER
+    {"StreamToFile", kFileCalls, streamToFile},
+    {"StreamToFileAcrossFileSystems", kFileCalls, streamToFileAcrossFileSystems},
+    {"AsyncCopy", kFileCalls, asyncCopy},
+    {"AsyncCopyBesideExistingFile", kFileCalls, asyncCopyBesideExistingFile},
+#endif
 };
 
 }  // namespace

@@ -134,6 +134,23 @@ TEST(InternetDates, TheISOReaderTakesOffsetsButNoOtherFormat) {
   EXPECT_EQ(log.lines(), std::vector<std::string>{"failed to parse ISO8601String: Sun, 06 Nov 1994 08:49:37 GMT"});
 }
 
+// A fraction of 35 digits or more once stopped the process inside ICU (its 32-bit scale factor
+// wraps to zero). Long digit runs, in ASCII or another script, are refused; nine fraction digits
+// still read.
+TEST(InternetDates, LongRunsOfDigitsAreRefusedWithoutReachingTheParser) {
+  const std::string fraction(60, '9');
+  LogCapture log;
+  EXPECT_FALSE(zt::parseInternetDate("2020-01-02T03:04:05." + fraction + "+01:00"));
+  EXPECT_FALSE(zt::dateFromRFC1123("2020-1-02T03:04:\f05." + fraction + "678+01:00"));
+  EXPECT_FALSE(zt::dateFromISO8601String("2020-01-02T03:04:05." + fraction + "Z"));
+  std::string fullwidth;
+  for (int i = 0; i < 40; ++i) fullwidth += "\xEF\xBC\x99";  // U+FF19 FULLWIDTH DIGIT NINE
+  EXPECT_FALSE(zt::parseInternetDate("2020-01-02T03:04:05." + fullwidth + "+01:00"));
+  EXPECT_FALSE(zt::parseInternetDate("2020-01-02T03:04:05." + std::string(13, '1') + "+01:00"));
+  const auto nanoseconds = zt::parseInternetDate("2020-01-02T03:04:05.123456789+01:00");
+  EXPECT_EQ(nanoseconds ? nanoseconds->format : 0, 5);
+}
+
 // Every way of sharing the formatters gives the same answers from many threads at once (the
 // thread sanitizer build checks that no formatter is used by two threads at once).
 TEST(InternetDates, ThreadsReadAndWriteAtOnceWithEverySharing) {

@@ -86,6 +86,23 @@ TEST(URLComponents, QueryItemsAndTheirDictionary) {
   EXPECT_TRUE(ZTURLComponents::componentsWithString("http://h/")->queryItemsDictionary().empty());
 }
 
+// A decoded "%00" once cut a query item short, so items read and set back differed.
+TEST(URLComponents, QueryItemsKeepNULBytesAndEmptyPieces) {
+  auto components = *ZTURLComponents::componentsWithString("//host/path?%0000&a%00b=c%00d&&e=");
+  const auto items = components.queryItems();
+  ASSERT_TRUE(items);
+  const std::vector<ZTURLQueryItem> expected = {{std::string("\0" "00", 3), std::nullopt},
+                                                {std::string("a\0b", 3), std::string("c\0d", 3)},
+                                                {"", std::nullopt},
+                                                {"e", ""}};
+  EXPECT_EQ(*items, expected);
+  EXPECT_EQ(components.valueForQueryItemName(std::string("a\0b", 3)), std::string("c\0d", 3));
+  ZTURLComponents copy;
+  copy.setQueryItems(items);
+  EXPECT_EQ(copy.percentEncodedQuery(), "%0000&a%00b=c%00d&&e=");
+  EXPECT_EQ(copy.queryItems(), items);
+}
+
 TEST(URLComponents, BuildsURLsEncodingWhatEachComponentCannotHold) {
   ZTURLComponents components;
   components.setScheme("https");

@@ -18,8 +18,9 @@
 // with anything left over, a day or month out of range, or a time the calendar cannot hold is not
 // read. Two-digit years (pattern 3) fall in the 80 years before and 20 after the first parse.
 //
-// Bad input never throws: an empty text, invalid UTF-8, NUL bytes, absurd years or a text longer
-// than kZTInternetDateMaximumLength bytes give std::nullopt. When no pattern reads the text, the
+// Bad input never throws: an empty text, invalid UTF-8, NUL bytes, absurd years, a run of more than
+// 12 digits (of any script) or a text longer than kZTInternetDateMaximumLength bytes give
+// std::nullopt. When no pattern reads the text, the
 // line "⚠️ Date parser returned NIL for date = <text>" goes to ZTLog (control characters in the text
 // shown as "\xNN", so the line stays one line; an over-long text shown cut).
 //

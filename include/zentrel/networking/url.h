@@ -128,7 +128,8 @@ class ZT_API ZTURLComponents {
   const std::optional<std::string>& percentEncodedQuery() const { return query_; }
   [[nodiscard]] bool setPercentEncodedQuery(const std::optional<std::string>& query);
 
-  // The query split at "&" and "=", decoded ("+" stays "+"). nullopt when there is no query.
+  // The query split at "&" and at the first "=" of each piece, decoded ("+" stays "+"); a decoded
+  // name or value keeps every byte, NUL included. nullopt when there is no query.
   std::optional<std::vector<ZTURLQueryItem>> queryItems() const;
   // Replaces the query by the encoded items; nullopt removes the query.
   void setQueryItems(const std::optional<std::vector<ZTURLQueryItem>>& items);
