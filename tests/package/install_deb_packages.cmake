@@ -87,10 +87,17 @@ file(WRITE ${WORK_DIR}/examples/CMakeLists.txt "${super}")
 run(${CMAKE_COMMAND} -S ${WORK_DIR}/examples -B ${WORK_DIR}/examples-build -G Ninja
     -DCMAKE_PREFIX_PATH=${usr} -DCMAKE_BUILD_TYPE=Release -DCMAKE_FIND_PACKAGE_NO_SYSTEM_PACKAGE_REGISTRY=ON)
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/examples-build -j 2)
+# Examples that need a peer (a second device, a web server) are built and linked but not run here;
+# the hand-off and fetch tests run the same code against real peers.
+set(examples_needing_a_peer handoff networking_fetch)
 foreach(name IN LISTS examples)
   set(executable ${WORK_DIR}/examples-build/${name}/${name})  # each example's program is named after its folder
   if(NOT EXISTS ${executable})
     message(FATAL_ERROR "The example ${name} built no program called ${name}")
+  endif()
+  if(name IN_LIST examples_needing_a_peer)
+    message(STATUS "${name}: built (needs a peer to run)")
+    continue()
   endif()
   run(${env} ${executable})
   message(STATUS "${name}: ran")
