@@ -173,48 +173,48 @@ void ZTUserActivity::Impl::accepted(const std::shared_ptr<ZTUserActivity>& activ
   std::weak_ptr<Pending> weakPending = pending;
   pending->attempt = zt::handoff_internal::secureAcceptedChannel(
       activity->secureLink_, std::move(plain), ZTRunLoop::main(),
-      [weakActivity, weakPending](std::shared_ptr<ZTStreamChannel> channel, const std::string&,
-                                  const std::optional<ZTError>& error) {
+      [weakActivity, weakPending](std::shared_ptr<ZTStreamChannel> secured, const std::string&,
+                                  const std::optional<ZTError>& failure) {
         auto self = weakActivity.lock();
         auto pendingNow = weakPending.lock();
         if (!self || !pendingNow || self->invalidated_) {
-          if (channel) channel->close();
+          if (secured) secured->close();
           return;
         }
-        if (error || !channel) {
+        if (failure || !secured) {
           Impl::remove(*self, pendingNow);
-          Impl::failToContinue(*self, error ? *error : activityError(ZTUserActivityErrorConnectionClosed, "No channel."));
+          Impl::failToContinue(*self, failure ? *failure : activityError(ZTUserActivityErrorConnectionClosed, "No channel."));
           return;
         }
         ZTError encodeError;
         auto message = zt::handoff_internal::encodeActivityMessage({self->activityType_, self->userInfo_}, &encodeError);
         if (!message) {
-          channel->close();
+          secured->close();
           Impl::remove(*self, pendingNow);
           Impl::failToContinue(*self, encodeError);
           return;
         }
         pendingNow->exchange = MessageExchange::write(
-            ZTRunLoop::main(), channel, std::move(*message), std::chrono::duration<double>(kContinueTimeoutSeconds),
-            [weakActivity, weakPending, channel](const std::optional<ZTError>& writeError) {
+            ZTRunLoop::main(), secured, std::move(*message), std::chrono::duration<double>(kContinueTimeoutSeconds),
+            [weakActivity, weakPending, secured](const std::optional<ZTError>& writeError) {
               auto activityNow = weakActivity.lock();
               auto stillPending = weakPending.lock();
               if (!activityNow || !stillPending || activityNow->invalidated_) {
-                channel->close();
+                secured->close();
                 return;
               }
               Impl::remove(*activityNow, stillPending);
               if (writeError) {
-                channel->close();
+                secured->close();
                 Impl::failToContinue(*activityNow, *writeError);
                 return;
               }
               if (!activityNow->supportsContinuationStreams_) {
                 // The receiver has the activity; there is nothing more to say to it.
-                channel->close();
+                secured->close();
                 return;
               }
-              ZTStreamPair pair = ZTStream::streamPairWithChannel(channel);
+              ZTStreamPair pair = ZTStream::streamPairWithChannel(secured);
               auto delegate = activityNow->delegate();
               if (!delegate) {
                 pair.inputStream->close();

@@ -147,7 +147,7 @@ int runFetch(const std::string& text, std::string output, double timeout) {
     return 1;
   }
   task->resume();
-  for (long turns = 0; !done; ++turns) loop->runOnce(std::chrono::seconds(1));  // ends with the task
+  while (!done) loop->runOnce(std::chrono::seconds(1));  // the task ends: done, failed or timed out
   session->finishTasksAndInvalidate();
   return status;
 }
