@@ -9,6 +9,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 
@@ -54,7 +55,11 @@ TEST(DiscoveryScenario, DISABLED_NoDaemon) {
 class PrivateAvahi {
  public:
   PrivateAvahi() {
-    const std::string script = (std::filesystem::path(__FILE__).parent_path() / "support" / "private-avahi.sh").string();
+    // ctest names the tests' source folder; a binary run by hand finds it beside this file.
+    const char* sources = std::getenv("ZT_TEST_SOURCE_DIR");
+    const std::filesystem::path folder = sources ? std::filesystem::path(sources) / "transfer"
+                                                 : std::filesystem::path(__FILE__).parent_path();
+    const std::string script = (folder / "support" / "private-avahi.sh").string();
     FILE* pipe = ::popen(script.c_str(), "r");
     if (!pipe) {
       problem_ = "cannot run " + script;
