@@ -783,7 +783,12 @@ class ChannelCore final : public StreamCore {
       // Connecting may move to another socket (the next address): watch afresh each time.
       retireWatchesLocked();
     } else {
-      ready_ = true;
+      // The report may be stale: a read or write made since the watch was armed (from an event the
+      // pump delivered) can have used up what it saw. An event the delegate cannot act on would be
+      // the last one it is sent, so readiness is checked again now; if it is gone the stream simply
+      // waits afresh.
+      ready_ = descriptorReady(watch == &readWatch_ ? POLLIN : POLLOUT) ||
+               (kind == Kind::Input && shared_->pendingBytes() > 0);
     }
     return true;
   }

@@ -552,4 +552,46 @@ TEST(Stream, BytesHeldByAChannelLayerAreToldWithoutTheDescriptorBeingReadable) {
   EXPECT_EQ(::close(notASocket), 0);
 }
 
+// A watch's report can reach the loop after a read made meanwhile (from a task or another
+// stream's event) has used up what it saw. Told as an event, it would find nothing to read, and
+// a delegate that reads nothing is sent no further event: the stream would stall.
+TEST(Stream, AReadinessReportUsedUpBeforeItIsToldIsNotSentAsAnEvent) {
+  SocketPair sockets;
+  auto pair = ZTStream::streamPairWithSocket(sockets.take());
+  ASSERT_TRUE(pair);
+  auto& input = *pair->inputStream;
+  auto recorder = std::make_shared<Recorder>();
+  int emptyEvents = 0;
+  std::string received;
+  recorder->onEvent = [&](ZTStream&, Event event) {
+    if (event != Event::HasBytesAvailable) return;
+    if (!input.hasBytesAvailable()) {
+      ++emptyEvents;  // a careful delegate reads nothing here
+      return;
+    }
+    char buffer[64];
+    const auto n = input.read(reinterpret_cast<std::uint8_t*>(buffer), sizeof buffer);
+    if (n > 0) received.append(buffer, static_cast<std::size_t>(n));
+  };
+  input.setDelegate(recorder);
+  input.scheduleInRunLoop(*ZTRunLoop::current());
+  input.open();
+  ASSERT_TRUE(runUntil([&] { return recorder->saw(Event::OpenCompleted); }));
+  runFor(20ms);  // the stream now watches the socket
+
+  for (int round = 0; round < 20; ++round) {
+    ASSERT_EQ(::write(sockets.peer(), "ab", 2), 2);
+    // Read from a task that runs before the watch's report is handled.
+    ASSERT_TRUE(ZTRunLoop::current()->post([&] {
+      char buffer[8];
+      const auto n = input.read(reinterpret_cast<std::uint8_t*>(buffer), sizeof buffer);
+      if (n > 0) received.append(buffer, static_cast<std::size_t>(n));
+    }));
+    runFor(5ms);
+  }
+  EXPECT_EQ(emptyEvents, 0);
+  ASSERT_EQ(::write(sockets.peer(), "end", 3), 3);
+  ASSERT_TRUE(runUntil([&] { return received.size() == 43; })) << received.size() << " bytes arrived";
+}
+
 }  // namespace
