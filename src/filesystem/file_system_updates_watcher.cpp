@@ -158,6 +158,7 @@ struct ZTFileSystemUpdatesWatcher::Slot {
   std::optional<ZTValue> prevState;
   std::shared_ptr<ZTTimer> timer;
   bool processing = false;
+  int reportedItemError = 0;  // the item's own watch failed with this; logged once
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -279,6 +280,18 @@ void ZTFileSystemUpdatesWatcher::beginIgnoringFileSystemUpdatesForFileAtIndex(st
 
 namespace {
 
+// An item that exists but cannot be watched itself (no permission, kernel memory) is still followed
+// through its folder's watch, which reports changes of the folder's entries. Said once per error,
+// not at every burst.
+void noteItemWatchError(const std::string& path, int itemError, bool parentWatched, int& reported) {
+  const bool fallback = parentWatched && itemError != 0 && itemError != ENOENT && itemError != ENOSPC;
+  if (fallback && itemError != reported) {
+    ZTLogf("WARNING: Files watcher. (%s) cannot be watched itself (%s); it is followed through its folder.",
+           path.c_str(), shortErrorText(itemError).c_str());
+  }
+  reported = fallback ? itemError : 0;
+}
+
 // Brings one watch of a slot (the item's or its parent's) in line with what is at `path` now: a
 // new inode there (an atomic save, a re-created item) gets a fresh watch, a vanished one loses
 // it. 0 when the watch is in place, else the errno of the failed stat or inotify_add_watch.
@@ -325,6 +338,7 @@ void ZTFileSystemUpdatesWatcher::endIgnoringFileSystemUpdatesForFileAtIndex(std:
     beginIgnoringFileSystemUpdatesForFileAtIndex(index);
     return;
   }
+  noteItemWatchError(path, itemError, slot.parentWd >= 0, slot.reportedItemError);
   if (slot.itemWd < 0 && slot.parentWd < 0) {
     const int error = itemError == ENOENT && slot.parts ? parentError : itemError;
     ZTLogf("ERROR: Files watcher. Unable to watch (%s). Error: %s.", path.c_str(),
@@ -412,7 +426,9 @@ void ZTFileSystemUpdatesWatcher::readEvents() {
       reportWatchLimit(path);
       beginIgnoringFileSystemUpdatesForFileAtIndex(i);
       changed[i] = 0;
+      continue;
     }
+    noteItemWatchError(path, itemError, slot.parentWd >= 0, slot.reportedItemError);
   }
   for (std::size_t i = 0; i < slots_.size(); ++i) {
     if (changed[i] && slots_[i].watching) handleFilesUpdatesForFileAtIndex(i);
@@ -486,6 +502,7 @@ void ZTFileSystemUpdatesWatcher::directoryStateCompareTimerFired(ZTTimer& timer)
       beginIgnoringFileSystemUpdatesForFileAtIndex(index);
       return;
     }
+    noteItemWatchError(filesToWatch_[index], itemError, slot.parentWd >= 0, slot.reportedItemError);
   }
 
   ZTValue state = captureStateForFileAtIndex(index);

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <atomic>
 
+#include <exception>
+
 #include "zentrel/platform/dispatch.h"
+#include "zentrel/platform/log.h"
 
 struct ZTNotificationCenter::Registration final : ZTNotificationObserver {
   std::string observedName;  // empty = every name
@@ -75,6 +78,19 @@ void ZTNotificationCenter::removeObserver(const void* owner, const std::string& 
   });
 }
 
+namespace {
+// One observer's failure is its own: it is logged and the other observers are still told.
+void deliver(const ZTNotificationCenter::Callback& callback, const ZTNotification& notification) {
+  try {
+    callback(notification);
+  } catch (const std::exception& e) {
+    ZTLogf("ERROR: an observer of \"%s\" threw: %s", notification.name.c_str(), e.what());
+  } catch (...) {
+    ZTLogf("ERROR: an observer of \"%s\" threw", notification.name.c_str());
+  }
+}
+}  // namespace
+
 void ZTNotificationCenter::postNotification(const ZTNotification& notification) {
   std::vector<std::shared_ptr<Registration>> matching;
   {
@@ -86,10 +102,10 @@ void ZTNotificationCenter::postNotification(const ZTNotification& notification) 
     if (r->removed.load()) continue;
     if (r->queue) {
       r->queue->async([r, notification] {
-        if (!r->removed.load()) r->callback(notification);
+        if (!r->removed.load()) deliver(r->callback, notification);
       });
     } else {
-      r->callback(notification);
+      deliver(r->callback, notification);
     }
   }
 }

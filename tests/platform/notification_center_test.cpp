@@ -4,6 +4,7 @@
 
 #include <thread>
 
+#include "common/log_and_environment.h"
 #include "zentrel/platform/dispatch.h"
 #include "zentrel/platform/run_loop.h"
 
@@ -70,5 +71,33 @@ TEST(NotificationCenter, QueuedObserversRunOnTheirQueue) {
   ZTRunLoop::main()->runWithCondition([&] { return !delivered.load(); }, 5.0s);
   EXPECT_TRUE(delivered);
   EXPECT_TRUE(onMain);
+}
+TEST(NotificationCenter, AThrowingObserverIsLoggedAndTheOthersAreStillTold) {
+  zt::test::LogCapture log;
+  auto center = ZTNotificationCenter::create();
+  std::vector<std::string> told;
+  (void)center->addObserverForName("N", nullptr, nullptr, [&](const ZTNotification&) {
+    told.push_back("first");
+    throw std::runtime_error("observer broke");
+  });
+  (void)center->addObserverForName("N", nullptr, nullptr, [&](const ZTNotification&) { throw 42; });
+  (void)center->addObserverForName("N", nullptr, nullptr, [&](const ZTNotification&) { told.push_back("last"); });
+  std::atomic<bool> queuedThrew{false};
+  (void)center->addObserverForName("N", nullptr, ZTDispatchQueue::main(), [&](const ZTNotification&) {
+    queuedThrew = true;
+    throw std::runtime_error("queued observer broke");
+  });
+  EXPECT_NO_THROW(center->postNotificationName("N"));
+  EXPECT_EQ(told, (std::vector<std::string>{"first", "last"}));
+  ZTRunLoop::main()->runWithCondition([&] { return !queuedThrew.load(); }, 5.0s);
+  ASSERT_TRUE(queuedThrew);
+  ZTRunLoop::main()->runOnce(10ms);  // the queue's own turn ends normally
+  const auto lines = log.lines();
+  auto logged = [&](const std::string& text) {
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& l) { return l.find(text) != std::string::npos; });
+  };
+  EXPECT_TRUE(logged("an observer of \"N\" threw: observer broke"));
+  EXPECT_TRUE(logged("an observer of \"N\" threw: queued observer broke"));
+  EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](const std::string& l) { return l.find("threw") != std::string::npos; }), 3);
 }
 }  // namespace

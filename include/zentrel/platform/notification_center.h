@@ -4,7 +4,8 @@
 // An observer registers for a name (empty = every name) and a sender object (nullptr = any sender).
 // Posting is synchronous: observers registered without a queue are called on the posting thread,
 // in registration order, before post() returns; observers registered with a dispatch queue get the
-// notification queued there (post() does not wait for them).
+// notification queued there (post() does not wait for them). An observer that throws is logged and
+// the others are still told; the exception does not reach the poster.
 //
 // Thread-safe. Observers may be added and removed from any thread, also from inside a callback.
 // Once removeObserver() has returned, the observer is not called again by later posts; a delivery
