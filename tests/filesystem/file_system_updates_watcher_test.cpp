@@ -7,8 +7,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <grp.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +19,7 @@
 #include <vector>
 
 #include "filesystem/internal/inotify_hooks.h"
+#include "common/unprivileged.h"
 #include "filesystem/support/scratch_folder.h"
 #include "zentrel/platform/exceptions.h"
 #include "zentrel/platform/run_loop.h"
@@ -451,40 +450,9 @@ TEST(FileSystemUpdatesWatcher, PathsThatCannotBeWatchedCountAsIgnored) {
 
 }
 
-// Root reads every folder: as root, this test runs its body in a child process of the test binary
-// that has given up root for "nobody".
+// Root reads every folder: as root, the body runs as "nobody" in a child process.
 TEST(FileSystemUpdatesWatcher, AFolderThatMayNotBeReadIsWatchedThroughItsParent) {
-  const char* const kChildMark = "ZT_WATCH_TEST_UNPRIVILEGED_CHILD";
-  if (::geteuid() == 0 && std::getenv(kChildMark) == nullptr) {
-    // Everything the child needs is made before fork: between fork and exec it may only make
-    // async-signal-safe calls.
-    std::vector<std::string> environment;
-    for (char** variable = environ; *variable; ++variable) {
-      if (std::strncmp(*variable, "TMPDIR=", 7) != 0) environment.emplace_back(*variable);
-    }
-    environment.push_back(std::string(kChildMark) + "=1");
-    environment.push_back("TMPDIR=/tmp");
-    std::vector<char*> envp;
-    for (auto& variable : environment) envp.push_back(variable.data());
-    envp.push_back(nullptr);
-    std::string program = "/proc/self/exe";
-    std::string filter = "--gtest_filter=FileSystemUpdatesWatcher.AFolderThatMayNotBeReadIsWatchedThroughItsParent";
-    char* argv[] = {program.data(), filter.data(), nullptr};
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      if (::setgroups(0, nullptr) != 0 || ::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(126);
-      ::execve(program.c_str(), argv, envp.data());
-      ::_exit(127);
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == 126 || WEXITSTATUS(status) == 127) GTEST_SKIP() << "cannot run as nobody here";
-    EXPECT_EQ(WEXITSTATUS(status), 0) << "the unprivileged run failed; its output is above";
-    return;
-  }
-
+  if (zt::test::ranUnprivilegedInAChild()) return;
   ScratchFolder scratch;
   auto recorder = std::make_shared<Recorder>();
   const std::string locked = scratch / "locked";
